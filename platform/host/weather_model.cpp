@@ -1,0 +1,42 @@
+// The host's simulated weather: one sea-level pressure over time, shared by the simulated pressure
+// sensor and the weather-agent simulator.
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
+#include <string>
+
+#include "host_internal.h"
+#include "orvex_host/control.h"
+
+namespace {
+
+constexpr double kStandardSlp = 1013.25;
+constexpr double kTwoPi = 6.283185307179586;
+
+// Slow weather systems: a front every few days plus a smaller swing within the day. Smooth, so
+// that six hours of recording show a plausible trend and a calibration stays good for an hour.
+double modelSlp(double t) {
+    return kStandardSlp + 9.0 * std::sin(kTwoPi * t / (4.0 * 86400.0)) +
+           2.5 * std::sin(kTwoPi * t / (17.0 * 3600.0) + 1.3);
+}
+
+}  // namespace
+
+extern "C" double orvex_host_weather_slp(double t) {
+    if (auto fixed = orvex_host::config("weather_slp")) {
+        char* end = nullptr;
+        double v = strtod(fixed->c_str(), &end);
+        if (end != fixed->c_str() && v > 0.0) return v;
+    }
+    return modelSlp(t);
+}
+
+extern "C" int orvex_host_weather_set_slp(double slp) {
+    std::optional<std::string> value;
+    if (slp > 0.0) {
+        char buf[64];
+        snprintf(buf, sizeof buf, "%.17g", slp);
+        value = buf;
+    }
+    return orvex_host::setConfig("weather_slp", value) ? 0 : -EIO;
+}

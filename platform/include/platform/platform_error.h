@@ -1,0 +1,15 @@
+/* Error codes shared by the platform services. */
+#ifndef PLATFORM_ERROR_H
+#define PLATFORM_ERROR_H
+
+#include <errno.h>
+
+#define PLATFORM_ERROR_NONE 0
+#define PLATFORM_ERROR_OUT_OF_MEMORY (-ENOMEM)
+#define PLATFORM_ERROR_INVALID_PARAMETER (-EINVAL)
+#define PLATFORM_ERROR_IO_ERROR (-EIO)
+#define PLATFORM_ERROR_PERMISSION_DENIED (-EACCES)
+#define PLATFORM_ERROR_NO_DATA (-ENODATA)
+#define PLATFORM_ERROR_NOT_SUPPORTED (-ENOTSUP)
+
+#endif

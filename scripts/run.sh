@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# The main job: builds the library and the host tool and runs the tool on this machine's host
+# platform. Extra arguments are passed to the tool (for example: scripts/run.sh settings).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/deps.sh
+cmake --preset default >/dev/null
+cmake --build --preset default --target orvex >/dev/null
+orvex=build/default/tools/orvex/orvex
+if [ $# -gt 0 ]; then
+    exec "$orvex" "$@"
+fi
+"$orvex" init
+echo
+"$orvex" convert altitude 900

@@ -1,0 +1,109 @@
+#include "HostFixture.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <new>
+
+namespace orvex_test {
+namespace {
+
+std::string g_root;
+std::atomic<bool> g_failNothrow{false};
+
+void removeRoot() {
+    if (!g_root.empty()) {
+        std::error_code ec;
+        std::filesystem::remove_all(g_root, ec);
+    }
+}
+
+}  // namespace
+
+void useScratchRoot() {
+    char templ[] = "/tmp/orvex-tests-XXXXXX";
+    if (!mkdtemp(templ)) return;
+    g_root = templ;
+    setenv("TMPDIR", g_root.c_str(), 1);
+    // Nothing a test does may touch the user's own data directory.
+    setenv("ORVEX_HOST_HOME", (g_root + "/home").c_str(), 1);
+    atexit(removeRoot);
+}
+
+std::vector<LogLine> logLines() {
+    std::vector<LogLine> lines;
+    size_t n = orvex_host_log_count();
+    for (size_t i = 0; i < n; ++i) {
+        int prio = 0;
+        char* tag = nullptr;
+        char* text = orvex_host_log_line(i, &prio, &tag);
+        if (!text) break;
+        lines.push_back(LogLine{prio, tag ? tag : "", text});
+        free(tag);
+        free(text);
+    }
+    return lines;
+}
+
+void clearLog() { orvex_host_log_clear(); }
+
+std::string messageOf(const LogLine& line) {
+    std::string text = line.text;
+    size_t prefix = text.find(") > ");
+    if (prefix != std::string::npos) text = text.substr(prefix + 4);
+    for (const char* head : {"\033[0;31m* Critical * ", "\033[0;32m"}) {
+        if (text.rfind(head, 0) == 0) {
+            text = text.substr(strlen(head));
+            break;
+        }
+    }
+    const std::string tail = "\033[0;m";
+    if (text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0)
+        text.resize(text.size() - tail.size());
+    return text;
+}
+
+std::vector<std::string> messages(int prio) {
+    std::vector<std::string> out;
+    for (const auto& l : logLines())
+        if (l.prio == prio) out.push_back(messageOf(l));
+    return out;
+}
+
+std::vector<std::string> errors() { return messages(DLOG_ERROR); }
+std::vector<std::string> infos() { return messages(DLOG_INFO); }
+
+bool logged(int prio, const std::string& message) {
+    for (const auto& m : messages(prio))
+        if (m == message) return true;
+    return false;
+}
+
+std::string errorText(const std::string& message) {
+    return "\033[0;31m* Critical * " + message + "\033[0;m";
+}
+
+std::string infoText(const std::string& message) { return "\033[0;32m" + message + "\033[0;m"; }
+
+FailNothrowNew::FailNothrowNew() { g_failNothrow = true; }
+FailNothrowNew::~FailNothrowNew() { g_failNothrow = false; }
+
+void HostTest::SetUp() { ASSERT_EQ(0, orvex_host_reset()); }
+
+void HostTest::TearDown() { orvex_host_clear_faults(); }
+
+}  // namespace orvex_test
+
+// Replaces the non-throwing allocation of the whole test process, the library's included, so that
+// a test can make it fail.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    if (orvex_test::g_failNothrow) return nullptr;
+    try {
+        return ::operator new(size);
+    } catch (...) {
+        return nullptr;
+    }
+}

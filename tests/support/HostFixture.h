@@ -1,0 +1,57 @@
+// A fresh host platform for every test, and access to what the library logged.
+#ifndef ORVEX_TEST_HOST_FIXTURE_H
+#define ORVEX_TEST_HOST_FIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include <orvex_host/control.h>
+#include <platform/dlog.h>
+
+namespace orvex_test {
+
+struct LogLine {
+    int prio;
+    std::string tag;
+    std::string text;
+};
+
+// Makes the host's scratch data directories live under one temporary root that is removed when
+// the process exits.
+void useScratchRoot();
+
+std::vector<LogLine> logLines();
+void clearLog();
+
+// The message of a line as the library wrote it, without the "file: function(line) > " prefix and
+// the colour wrapper: what a developer reads in the source.
+std::string messageOf(const LogLine& line);
+// Messages of the captured lines at the given priority, in order.
+std::vector<std::string> messages(int prio);
+std::vector<std::string> errors();
+std::vector<std::string> infos();
+// True when a captured line of the priority carries exactly this message.
+bool logged(int prio, const std::string& message);
+
+// The exact line the library writes for an error or an information message.
+std::string errorText(const std::string& message);
+std::string infoText(const std::string& message);
+
+// Makes the next non-throwing allocations fail (operator new with std::nothrow) while alive.
+class FailNothrowNew {
+public:
+    FailNothrowNew();
+    ~FailNothrowNew();
+};
+
+class HostTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+};
+
+}  // namespace orvex_test
+
+#endif

@@ -1,0 +1,82 @@
+// orvex: the host tool that plays the application's part on top of liborvexlib.
+#include <orvex_host/control.h>
+#include <platform/dlog.h>
+
+#include <cstring>
+#include <iostream>
+
+#include "OrvexStorageMgr.h"
+#include "Tool.h"
+
+using namespace orvex_tool;
+
+namespace {
+
+void printOverview() {
+    std::cout << "usage: orvex [-v] [--json] COMMAND [ARGS]\n\n"
+                 "The altimeter and barometer library on this machine's host platform.\n\n"
+                 "Commands:\n";
+    size_t width = 0;
+    for (const auto& c : commands()) width = std::max(width, strlen(c.name));
+    for (const auto& c : commands())
+        std::cout << "  " << c.name << std::string(width - strlen(c.name) + 3, ' ') << c.summary
+                  << "\n";
+    std::cout << "\nOptions:\n"
+                 "  -v, --verbose   show the library's log lines\n"
+                 "  --json          print data as JSON, for scripts\n"
+                 "  -h, --help      this help; 'orvex COMMAND --help' for a command\n\n"
+                 "State lives in "
+              << orvex_host_data_dir() << "\n";
+}
+
+void printCommandHelp(const Command& c) {
+    std::cout << "usage: orvex " << c.name << " " << c.usage << "\n\n" << c.summary << "\n";
+}
+
+const Command* findCommand(const std::string& name) {
+    for (const auto& c : commands())
+        if (name == c.name) return &c;
+    return nullptr;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    Args args;
+    bool help = false;
+    for (int i = 1; i < argc; ++i) {
+        std::string a = argv[i];
+        if (a == "-v" || a == "--verbose")
+            options.verbose = true;
+        else if (a == "--json")
+            options.json = true;
+        else if (a == "-h" || a == "--help")
+            help = true;
+        else
+            args.push_back(a);
+    }
+    orvex_host_log_set_stderr_threshold(options.verbose ? DLOG_INFO : DLOG_SILENT);
+
+    if (args.empty() || args[0] == "help") {
+        if (args.size() > 1) {
+            if (const Command* c = findCommand(args[1])) {
+                printCommandHelp(*c);
+                return 0;
+            }
+            return fail("unknown command '" + args[1] + "'");
+        }
+        printOverview();
+        return args.empty() && !help ? 2 : 0;
+    }
+    const Command* command = findCommand(args[0]);
+    if (!command) return fail("unknown command '" + args[0] + "' (see 'orvex --help')");
+    if (help) {
+        printCommandHelp(*command);
+        return 0;
+    }
+    args.erase(args.begin());
+    int rc = command->run(options, args);
+    OrvexStorageMgr::deleteInstance();
+    return rc;
+}
