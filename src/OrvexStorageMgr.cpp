@@ -40,13 +40,11 @@ const double SCALE_ALTITUDE = 44330.0;
 const double EXPONENT = 5.255;
 const double INVERSE_EXPONENT = 0.19029495718363465;  // the double nearest to 1 / 5.255
 
-int readIntOrLog(const char* key) {
-    int value = 0;
-    if (preference_get_int(key, &value) != PREFERENCE_ERROR_NONE) {
-        ORVEX_LOGE("No Correct Data");
-        return 0;
-    }
-    return value;
+bool readInt(const char* key, int* value) {
+    *value = 0;
+    if (preference_get_int(key, value) == PREFERENCE_ERROR_NONE) return true;
+    *value = 0;
+    return false;
 }
 
 int readIntSilently(const char* key) {
@@ -201,17 +199,37 @@ int OrvexStorageMgr::saveDataSLPHistory(std::string history) {
     return preference_set_string(KEY_DATA_SEE_LEVEL_HISTORY, history.c_str());
 }
 
-int OrvexStorageMgr::getSettingManualMode() { return readIntOrLog(KEY_SETTING_MANUAL); }
+int OrvexStorageMgr::getSettingManualMode() {
+    int value;
+    if (!readInt(KEY_SETTING_MANUAL, &value)) ORVEX_LOGE("No Correct Data");
+    return value;
+}
 
-int OrvexStorageMgr::getSettingDistance() { return readIntOrLog(KEY_SETTING_DISTANCE); }
+int OrvexStorageMgr::getSettingDistance() {
+    int value;
+    if (!readInt(KEY_SETTING_DISTANCE, &value)) ORVEX_LOGE("No Correct Data");
+    return value;
+}
 
-int OrvexStorageMgr::getSettingPressure() { return readIntOrLog(KEY_SETTING_PRESSURE); }
+int OrvexStorageMgr::getSettingPressure() {
+    int value;
+    if (!readInt(KEY_SETTING_PRESSURE, &value)) ORVEX_LOGE("No Correct Data");
+    return value;
+}
 
-int OrvexStorageMgr::getSettingAlert() { return readIntOrLog(KEY_SETTING_ALERT); }
+int OrvexStorageMgr::getSettingAlert() {
+    int value;
+    if (!readInt(KEY_SETTING_ALERT, &value)) ORVEX_LOGE("No Correct Data");
+    return value;
+}
 
 int OrvexStorageMgr::getAutoRefresh() { return readIntSilently(KEY_SETTING_AUTO_REFRESH); }
 
-int OrvexStorageMgr::getAccuWaningMessage() { return readIntOrLog(KEY_DATA_ACCU_WANING_MESSAGE); }
+int OrvexStorageMgr::getAccuWaningMessage() {
+    int value;
+    if (!readInt(KEY_DATA_ACCU_WANING_MESSAGE, &value)) ORVEX_LOGE("No Correct Data");
+    return value;
+}
 
 int OrvexStorageMgr::getDebugFeature() { return readIntSilently(KEY_DATA_DEBUG_FEATURE); }
 

@@ -221,12 +221,14 @@ extern "C" const char* orvex_host_data_dir(void) {
 }
 
 extern "C" int orvex_host_set_data_dir(const char* path) {
-    if (!path || !*path) return -EINVAL;
-    if (int rc = makeDirs(path); rc != 0) return rc;
+    if (path && !*path) return -EINVAL;
+    if (path) {
+        if (int rc = makeDirs(path); rc != 0) return rc;
+    }
     std::lock_guard<std::recursive_mutex> storeLock(storeMutex());
     closeStoreLocked();
     std::lock_guard<std::mutex> lock(g_dirMutex);
-    g_dataDir = path;
+    g_dataDir = path ? path : "";
     return 0;
 }
 

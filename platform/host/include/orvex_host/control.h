@@ -20,7 +20,10 @@ extern "C" {
  */
 const char *orvex_host_data_dir(void);
 
-/* Uses path as the data directory from now on (closing the stores of the previous one). */
+/*
+ * Uses path as the data directory from now on (closing the stores of the previous one). NULL goes
+ * back to the directory the environment names, resolved again on next use.
+ */
 int orvex_host_set_data_dir(const char *path);
 
 /*
