@@ -18,8 +18,8 @@ constexpr const char* baseName(const char* path) {
 
 #define ORVEX_LOG_TAG "ORVEX"
 
-#define ORVEX_LOG_(prio, fmt, ...)                                                              \
-    __dlog_print(LOG_ID_MAIN, (prio), ORVEX_LOG_TAG, "%s: %s(%d) > " fmt,                      \
+#define ORVEX_LOG_(prio, fmt, ...)                                        \
+    __dlog_print(LOG_ID_MAIN, (prio), ORVEX_LOG_TAG, "%s: %s(%d) > " fmt, \
                  ::orvex::baseName(__FILE__), __func__, __LINE__, ##__VA_ARGS__)
 
 // Errors are shown red and marked critical; information green.

@@ -213,9 +213,8 @@ TEST_F(StorageTest, ErrorLineCarriesFileFunctionLineTagAndColour) {
     EXPECT_EQ(DLOG_ERROR, lines[0].prio);
     EXPECT_EQ("ORVEX", lines[0].tag);
     EXPECT_TRUE(std::regex_match(
-        lines[0].text,
-        std::regex("OrvexStorageMgr\\.cpp: getSettingAlert\\([0-9]+\\) > "
-                   "\033\\[0;31m\\* Critical \\* No Correct Data\033\\[0;m")))
+        lines[0].text, std::regex("OrvexStorageMgr\\.cpp: getSettingAlert\\([0-9]+\\) > "
+                                  "\033\\[0;31m\\* Critical \\* No Correct Data\033\\[0;m")))
         << lines[0].text;
 
     orvex_test::clearLog();
@@ -225,9 +224,9 @@ TEST_F(StorageTest, ErrorLineCarriesFileFunctionLineTagAndColour) {
     lines = orvex_test::logLines();
     ASSERT_FALSE(lines.empty());
     EXPECT_EQ(DLOG_INFO, lines.back().prio);
-    EXPECT_TRUE(std::regex_match(lines.back().text,
-                                 std::regex("OrvexStorageMgr\\.cpp: getDataSLPHistory\\([0-9]+\\) > "
-                                            "\033\\[0;32mSLP History \033\\[0;m")))
+    EXPECT_TRUE(std::regex_match(
+        lines.back().text, std::regex("OrvexStorageMgr\\.cpp: getDataSLPHistory\\([0-9]+\\) > "
+                                      "\033\\[0;32mSLP History \033\\[0;m")))
         << lines.back().text;
 }
 

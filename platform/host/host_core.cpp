@@ -56,7 +56,8 @@ int makeDirs(const std::string& path) {
         if (partial.empty()) continue;
         if (mkdir(partial.c_str(), 0700) != 0 && errno != EEXIST) return -errno;
     }
-    // A directory we created keeps 0700 even under a permissive umask; an existing one is tightened.
+    // A directory we created keeps 0700 even under a permissive umask; an existing one is
+    // tightened.
     if (chmod(path.c_str(), 0700) != 0) return -errno;
     return 0;
 }
@@ -118,19 +119,20 @@ sqlite3* store() {
     std::string path = dataPath("host.db");
     if (!ensurePrivateFile(path)) return nullptr;
     sqlite3* db = nullptr;
-    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_FULLMUTEX, nullptr) !=
-        SQLITE_OK) {
+    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_FULLMUTEX,
+                        nullptr) != SQLITE_OK) {
         sqlite3_close_v2(db);
         return nullptr;
     }
     sqlite3_busy_timeout(db, 5000);
     // WAL with full sync: every write is one durable transaction, so a killed writer leaves each
     // value old or new, and another process (the tool) can read while we write.
-    sqlite3_exec(db,
-                 "PRAGMA journal_mode=WAL;"
-                 "PRAGMA synchronous=FULL;"
-                 "CREATE TABLE IF NOT EXISTS host_config(key TEXT PRIMARY KEY, value TEXT NOT NULL);",
-                 nullptr, nullptr, nullptr);
+    sqlite3_exec(
+        db,
+        "PRAGMA journal_mode=WAL;"
+        "PRAGMA synchronous=FULL;"
+        "CREATE TABLE IF NOT EXISTS host_config(key TEXT PRIMARY KEY, value TEXT NOT NULL);",
+        nullptr, nullptr, nullptr);
     for (const char* sql : schemas()) sqlite3_exec(db, sql, nullptr, nullptr, nullptr);
     g_store = db;
     return g_store;

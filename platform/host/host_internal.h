@@ -62,11 +62,10 @@ private:
 
 }  // namespace orvex_host
 
-#define ORVEX_HOST_FAULT_RETURN(name)                 \
-    do {                                              \
-        int injected_code_;                           \
-        if (orvex_host::fault((name), &injected_code_)) \
-            return injected_code_;                    \
+#define ORVEX_HOST_FAULT_RETURN(name)                                          \
+    do {                                                                       \
+        int injected_code_;                                                    \
+        if (orvex_host::fault((name), &injected_code_)) return injected_code_; \
     } while (0)
 
 #endif

@@ -61,7 +61,8 @@ std::string messageOf(const LogLine& line) {
         }
     }
     const std::string tail = "\033[0;m";
-    if (text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0)
+    if (text.size() >= tail.size() &&
+        text.compare(text.size() - tail.size(), tail.size(), tail) == 0)
         text.resize(text.size() - tail.size());
     return text;
 }

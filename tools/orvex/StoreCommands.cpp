@@ -13,16 +13,15 @@ int runSettings(const Options& options, const Args& args);
 int runConvert(const Options& options, const Args& args);
 
 const Command kInit{"init", "initialise the store as the application does at start", "", runInit};
-const Command kSettings{
-    "settings", "show the settings, or change one",
-    "[set NAME VALUE]\n\n"
-    "Names and values:\n"
-    "  distance      0 metres, 1 feet\n"
-    "  pressure      0 hPa, 1 inHg, 2 mmHg\n"
-    "  manual        manual sea-level pressure mode, 0 off, 1 on\n"
-    "  alert         alert setting (any whole number)\n"
-    "  auto-refresh  automatic calibration refresh, 0 off, 1 on",
-    runSettings};
+const Command kSettings{"settings", "show the settings, or change one",
+                        "[set NAME VALUE]\n\n"
+                        "Names and values:\n"
+                        "  distance      0 metres, 1 feet\n"
+                        "  pressure      0 hPa, 1 inHg, 2 mmHg\n"
+                        "  manual        manual sea-level pressure mode, 0 off, 1 on\n"
+                        "  alert         alert setting (any whole number)\n"
+                        "  auto-refresh  automatic calibration refresh, 0 off, 1 on",
+                        runSettings};
 const Command kConvert{
     "convert", "convert pressure to altitude and back",
     "altitude PRESSURE_HPA [--slp HPA]\n"
@@ -49,8 +48,8 @@ std::vector<SettingRow> settingRows(OrvexStorageMgr* s) {
     int autoRefresh = s->getAutoRefresh();
     return {
         {"distance", distance, distanceUnitName(distance)},
-        {"pressure", pressure, std::string(pressureUnitSymbol(pressure)) + " (" +
-                                   pressureUnitName(pressure) + ")"},
+        {"pressure", pressure,
+         std::string(pressureUnitSymbol(pressure)) + " (" + pressureUnitName(pressure) + ")"},
         {"manual", manual, manual ? "on" : "off"},
         {"alert", s->getSettingAlert(), ""},
         {"auto-refresh", autoRefresh, autoRefresh ? "on" : "off"},
@@ -71,8 +70,8 @@ int showSettings(const Options& options, OrvexStorageMgr* s) {
     }
     std::vector<std::pair<std::string, std::string>> out;
     for (const auto& r : rows)
-        out.emplace_back(r.name, std::to_string(r.value) +
-                                     (r.meaning.empty() ? "" : "  " + r.meaning));
+        out.emplace_back(r.name,
+                         std::to_string(r.value) + (r.meaning.empty() ? "" : "  " + r.meaning));
     out.emplace_back("sea-level pressure", formatDouble(slp, 2) + " hPa");
     printRows(out);
     return 0;
@@ -88,7 +87,8 @@ int runSettings(const Options& options, const Args& args) {
     if (!initialiseStore()) return fail("cannot create the settings store");
     OrvexStorageMgr* s = OrvexStorageMgr::getInstance();
     if (args.empty()) return showSettings(options, s);
-    if (args[0] != "set" || args.size() != 3) return usageError(kSettings, "expected: set NAME VALUE");
+    if (args[0] != "set" || args.size() != 3)
+        return usageError(kSettings, "expected: set NAME VALUE");
     int value = 0;
     if (!parseInt(args[2], &value)) return fail("'" + args[2] + "' is not a whole number");
     const std::string& name = args[1];
@@ -128,7 +128,8 @@ int runConvert(const Options& options, const Args& args) {
         if ((args.size() != 2 && !haveSlp) || !parseDouble(args[1], &pressure))
             return usageError(kConvert, "expected: altitude PRESSURE_HPA [--slp HPA]");
         double slp = 0;
-        if (haveSlp && !parseDouble(args[3], &slp)) return fail("'" + args[3] + "' is not a number");
+        if (haveSlp && !parseDouble(args[3], &slp))
+            return fail("'" + args[3] + "' is not a number");
         if (pressure <= 0) return fail("the pressure must be above 0 hPa");
         double altitude = haveSlp ? s->getAltivalue(pressure, slp) : s->getAltivalue(pressure);
         double reference = haveSlp ? slp : s->getDataSLP();
@@ -136,8 +137,8 @@ int runConvert(const Options& options, const Args& args) {
         j.add("pressure_hpa", pressure).add("slp_hpa", reference).add("altitude_m", altitude);
         rows = {{"pressure", formatDouble(pressure, 2) + " hPa"},
                 {"sea-level pressure", formatDouble(reference, 2) + " hPa"},
-                {"altitude", formatDouble(metresTo(dUnit, altitude), 1) + " " +
-                                 distanceUnitSymbol(dUnit)}};
+                {"altitude",
+                 formatDouble(metresTo(dUnit, altitude), 1) + " " + distanceUnitSymbol(dUnit)}};
     } else if (what == "pressure") {
         double altitude = 0;
         if (args.size() != 2 || !parseDouble(args[1], &altitude))
@@ -150,7 +151,8 @@ int runConvert(const Options& options, const Args& args) {
                                  pressureUnitSymbol(pUnit)}};
     } else if (what == "slp") {
         double altitude = 0, pressure = 0;
-        if (args.size() != 3 || !parseDouble(args[1], &altitude) || !parseDouble(args[2], &pressure))
+        if (args.size() != 3 || !parseDouble(args[1], &altitude) ||
+            !parseDouble(args[2], &pressure))
             return usageError(kConvert, "expected: slp ALTITUDE_M PRESSURE_HPA");
         double slp = s->getManualSLP(altitude, pressure);
         j.add("altitude_m", altitude).add("pressure_hpa", pressure).add("slp_hpa", slp);

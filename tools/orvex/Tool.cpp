@@ -67,11 +67,21 @@ std::string Json::quote(const std::string& text) {
     std::string out = "\"";
     for (unsigned char c : text) {
         switch (c) {
-            case '"': out += "\\\""; break;
-            case '\\': out += "\\\\"; break;
-            case '\n': out += "\\n"; break;
-            case '\r': out += "\\r"; break;
-            case '\t': out += "\\t"; break;
+            case '"':
+                out += "\\\"";
+                break;
+            case '\\':
+                out += "\\\\";
+                break;
+            case '\n':
+                out += "\\n";
+                break;
+            case '\r':
+                out += "\\r";
+                break;
+            case '\t':
+                out += "\\t";
+                break;
             default:
                 if (c < 0x20) {
                     char buf[8];
@@ -148,17 +158,23 @@ const char* distanceUnitSymbol(int code) { return code == 1 ? "ft" : "m"; }
 
 const char* pressureUnitName(int code) {
     switch (code) {
-        case 1: return "inches of mercury";
-        case 2: return "millimetres of mercury";
-        default: return "hectopascals";
+        case 1:
+            return "inches of mercury";
+        case 2:
+            return "millimetres of mercury";
+        default:
+            return "hectopascals";
     }
 }
 
 const char* pressureUnitSymbol(int code) {
     switch (code) {
-        case 1: return "inHg";
-        case 2: return "mmHg";
-        default: return "hPa";
+        case 1:
+            return "inHg";
+        case 2:
+            return "mmHg";
+        default:
+            return "hPa";
     }
 }
 
@@ -168,9 +184,12 @@ double metresTo(int distanceCode, double metres) {
 
 double hpaTo(int pressureCode, double hpa) {
     switch (pressureCode) {
-        case 1: return hpa * 100.0 / 3386.389;
-        case 2: return hpa * 100.0 / 133.322387415;
-        default: return hpa;
+        case 1:
+            return hpa * 100.0 / 3386.389;
+        case 2:
+            return hpa * 100.0 / 133.322387415;
+        default:
+            return hpa;
     }
 }
 

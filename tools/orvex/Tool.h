@@ -58,10 +58,10 @@ private:
 void printRows(const std::vector<std::pair<std::string, std::string>>& rows);
 
 // Units of the settings as people read them.
-const char* distanceUnitName(int code);   // "metres", "feet"
-const char* distanceUnitSymbol(int code); // "m", "ft"
-const char* pressureUnitName(int code);   // "hectopascals", ...
-const char* pressureUnitSymbol(int code); // "hPa", "inHg", "mmHg"
+const char* distanceUnitName(int code);    // "metres", "feet"
+const char* distanceUnitSymbol(int code);  // "m", "ft"
+const char* pressureUnitName(int code);    // "hectopascals", ...
+const char* pressureUnitSymbol(int code);  // "hPa", "inHg", "mmHg"
 double metresTo(int distanceCode, double metres);
 double hpaTo(int pressureCode, double hpa);
 std::string formatDouble(double value, int decimals);

@@ -1,0 +1,104 @@
+// The orvex tool as a user runs it: a process per command against its own data directory.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "HostFixture.h"
+#include "ToolRunner.h"
+
+using orvex_test::ToolResult;
+using orvex_test::ToolRunner;
+
+namespace {
+
+class ToolTest : public orvex_test::HostTest {
+protected:
+    void SetUp() override {
+        HostTest::SetUp();
+        tool = std::make_unique<ToolRunner>(ORVEX_TOOL_PATH,
+                                            std::string(orvex_host_data_dir()) + "/tool-home");
+        // The machine's locale must not decide the units under test.
+        tool->setEnv("LC_ALL", "de_DE.UTF-8");
+    }
+
+    static bool has(const std::string& text, const std::string& part) {
+        return text.find(part) != std::string::npos;
+    }
+
+    std::unique_ptr<ToolRunner> tool;
+};
+
+TEST_F(ToolTest, HelpAndUsageErrors) {
+    ToolResult r = tool->run({"--help"});
+    EXPECT_EQ(0, r.exitCode);
+    EXPECT_TRUE(has(r.out, "usage: orvex")) << r.out;
+    EXPECT_TRUE(has(r.out, "convert")) << r.out;
+
+    r = tool->run({"convert", "--help"});
+    EXPECT_EQ(0, r.exitCode);
+    EXPECT_TRUE(has(r.out, "usage: orvex convert altitude PRESSURE_HPA")) << r.out;
+
+    r = tool->run({});
+    EXPECT_EQ(2, r.exitCode);
+
+    r = tool->run({"fly"});
+    EXPECT_EQ(1, r.exitCode);
+    EXPECT_EQ("orvex: error: unknown command 'fly' (see 'orvex --help')\n", r.err);
+
+    r = tool->run({"convert", "altitude", "lots"});
+    EXPECT_EQ(2, r.exitCode);
+    EXPECT_EQ(1u, orvex_test::splitLines(r.err).size()) << r.err;
+    EXPECT_TRUE(r.out.empty());
+}
+
+TEST_F(ToolTest, InitAndSettingsPersistAcrossRuns) {
+    ToolResult r = tool->run({"init"});
+    ASSERT_EQ(0, r.exitCode) << r.err;
+    EXPECT_TRUE(has(r.out, "distance             0  metres")) << r.out;
+    EXPECT_TRUE(has(r.out, "pressure             0  hPa (hectopascals)")) << r.out;
+    EXPECT_TRUE(has(r.out, "sea-level pressure   1013.25 hPa")) << r.out;
+    EXPECT_TRUE(r.err.empty()) << "library log lines must stay hidden without -v: " << r.err;
+
+    r = tool->run({"settings", "set", "pressure", "2"});
+    ASSERT_EQ(0, r.exitCode) << r.err;
+    r = tool->run({"--json", "settings"});
+    ASSERT_EQ(0, r.exitCode) << r.err;
+    EXPECT_TRUE(has(r.out, "\"pressure\": 2")) << r.out;
+    EXPECT_TRUE(has(r.out, "\"pressure_unit\": \"mmHg\"")) << r.out;
+    EXPECT_TRUE(has(r.out, "\"slp_hpa\": 1013.25")) << r.out;
+
+    r = tool->run({"settings", "set", "pressure", "5"});
+    EXPECT_EQ(1, r.exitCode);
+    EXPECT_EQ("orvex: error: pressure is 0 (hPa), 1 (inHg) or 2 (mmHg)\n", r.err);
+    r = tool->run({"settings", "set", "colour", "1"});
+    EXPECT_EQ("orvex: error: unknown setting 'colour'\n", r.err);
+}
+
+TEST_F(ToolTest, VerboseShowsTheLibraryLog) {
+    ToolResult r = tool->run({"-v", "init"});
+    ASSERT_EQ(0, r.exitCode);
+    EXPECT_TRUE(has(r.err, "Preference is not init")) << r.err;
+}
+
+TEST_F(ToolTest, Conversions) {
+    ToolResult r = tool->run({"convert", "altitude", "900"});
+    ASSERT_EQ(0, r.exitCode) << r.err;
+    EXPECT_TRUE(has(r.out, "altitude             988.6 m")) << r.out;
+
+    r = tool->run({"--json", "convert", "altitude", "900", "--slp", "1020"});
+    ASSERT_EQ(0, r.exitCode) << r.err;
+    EXPECT_TRUE(has(r.out, "\"slp_hpa\": 1020,")) << r.out;
+
+    r = tool->run({"convert", "pressure", "0"});
+    EXPECT_TRUE(has(r.out, "pressure             1013.2 hPa")) << r.out;
+
+    r = tool->run({"--json", "convert", "slp", "100", "1000"});
+    EXPECT_TRUE(has(r.out, "\"slp_hpa\": 1011.9")) << r.out;
+
+    // Shown in the units of the settings.
+    tool->run({"settings", "set", "distance", "1"});
+    r = tool->run({"convert", "altitude", "900"});
+    EXPECT_TRUE(has(r.out, "altitude             3243.6 ft")) << r.out;
+}
+
+}  // namespace
