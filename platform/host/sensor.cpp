@@ -48,7 +48,8 @@ struct TypeStats {
     std::map<int, int> attributes;  // of the newest listener
 };
 
-std::set<sensor_listener_s*> g_listeners;
+// Never destroyed, so that listeners a client still holds at exit stay reachable.
+std::set<sensor_listener_s*>& g_listeners = *new std::set<sensor_listener_s*>;
 std::map<int, TypeStats> g_stats;
 std::set<guint> g_injections;
 bool g_generating = true;

@@ -59,9 +59,10 @@ struct Read {
     void* userData;
 };
 
-std::set<Option*> g_options;
-std::set<Query*> g_queries;
-std::set<Read*> g_reads;
+// Handles the client never released stay reachable until exit: the registries are never destroyed.
+std::set<Option*>& g_options = *new std::set<Option*>;
+std::set<Query*>& g_queries = *new std::set<Query*>;
+std::set<Read*>& g_reads = *new std::set<Read*>;
 const Record* g_current = nullptr;  // the record being delivered; data handles point at it
 guint g_sampler = 0;
 bool g_haveLastRead = false;
