@@ -1,6 +1,5 @@
 #include "OrvexSensor.h"
 
-
 #include "OrvexLog.h"
 
 namespace {

@@ -61,6 +61,7 @@ public:
         samples_.emplace_back(t, hpa);
         while (!samples_.empty() && samples_.front().first < t - kTrendWindow) samples_.pop_front();
     }
+    bool has(double t) const { return !samples_.empty() && samples_.back().first == t; }
     double trend() const {
         return samples_.size() < 2 ? 0.0 : samples_.back().second - samples_.front().second;
     }
@@ -176,8 +177,9 @@ public:
         return ReadResult::kOk;
     }
     double trend(double t) override {
+        // The pressure event of the same moment has read the device already.
         Reading r;
-        read(t, &r);
+        if (!history_.has(t)) read(t, &r);
         return history_.trend();
     }
 
@@ -256,8 +258,9 @@ public:
         return ReadResult::kOk;
     }
     double trend(double t) override {
+        // The pressure event of the same moment has read the device already.
         Reading r;
-        read(t, &r);
+        if (!history_.has(t)) read(t, &r);
         return history_.trend();
     }
 

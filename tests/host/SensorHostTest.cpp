@@ -194,6 +194,22 @@ TEST_F(SensorHostTest, TraceWithoutLoopEndsItsEvents) {
     EXPECT_EQ(SENSOR_ERROR_NO_DATA, sensor_listener_read_data(listener_, &e));
 }
 
+TEST_F(SensorHostTest, TraceTrendIsTheChangeOverTheReadingsOfTheLastThreeHours) {
+    std::string path = scratch("front.csv");
+    std::ofstream(path) << "0,1000\n3600,1002.5\n14400,990\n";
+    orvex_host_sensor_set_backend("trace");
+    orvex_host_sensor_set_trace(path.c_str(), 0);
+    listen(SENSOR_PRESSURE_TREND, 0);
+    EXPECT_EQ(0.0f, readNow().values[0]);  // nothing to compare with yet
+    orvex_host_sensor_set_clock(kT + 3600);
+    sensor_event_s e = readNow();
+    EXPECT_FLOAT_EQ(2.5f, e.values[0]);
+    EXPECT_EQ(1.0f, e.values[1]);
+    // Four hours in, the first reading has left the window.
+    orvex_host_sensor_set_clock(kT + 14400);
+    EXPECT_FLOAT_EQ(-12.5f, readNow().values[0]);
+}
+
 TEST_F(SensorHostTest, MalformedTraceNamesTheLine) {
     std::string path = scratch("bad.csv");
     std::ofstream(path) << "0,1000\n10,abc\n";
