@@ -1,0 +1,285 @@
+// Live pressure, the trend sensor, the pressure recorder and the choice of the sensor back end.
+#include <glib-unix.h>
+#include <glib.h>
+#include <orvex_host/sensor_control.h>
+
+#include <algorithm>
+#include <csignal>
+#include <ctime>
+#include <functional>
+#include <iostream>
+#include <optional>
+#include <vector>
+
+#include "OrvexSensor.h"
+#include "OrvexStorageMgr.h"
+#include "Tool.h"
+
+namespace orvex_tool {
+namespace {
+
+int runLive(const Options& options, const Args& args);
+int runRecorded(const Options& options, const Args& args);
+int runBackend(const Options& options, const Args& args);
+
+const Command kLive{
+    "live", "show live pressure, altitude and trend each second",
+    "[--seconds N]\n\n"
+    "Prints one reading a second until N readings were shown or Ctrl-C. Altitude is computed\n"
+    "against the stored sea-level pressure; units follow the settings. --json prints one object\n"
+    "a line.",
+    runLive};
+const Command kRecorded{
+    "recorded", "chart the recorded pressure of the last six hours",
+    "\n\n"
+    "Starts the pressure recorder if it is not running, reads the last six hours in two-minute\n"
+    "records and draws them as one line of blocks between their minimum and maximum. With the\n"
+    "sim back end the recorder fills in the hours it missed, so a fresh machine has a chart.\n"
+    "--json prints the records.",
+    runRecorded};
+const Command kChart{"chart", "the same as 'recorded'", "\n\nSee 'orvex recorded --help'.",
+                     runRecorded};
+const Command kBackend{
+    "backend", "show or choose where the pressure sensor reads from",
+    "[sim [--seed N] | iio [--root DIR] | trace FILE [--no-loop] | default]\n\n"
+    "  sim     a simulated walker under the simulated weather (the default)\n"
+    "  iio     a Linux IIO barometer (DIR defaults to /sys/bus/iio/devices)\n"
+    "  trace   replay of a CSV file of \"seconds,hPa\" rows, looping unless --no-loop\n"
+    "The environment variable ORVEX_HOST_SENSOR_BACKEND wins over the stored choice.",
+    runBackend};
+
+[[maybe_unused]] const bool registered =
+    addCommand(kLive) && addCommand(kRecorded) && addCommand(kChart) && addCommand(kBackend);
+
+class ToolListener : public IOrvexSensorListener {
+public:
+    bool onBarometricPressure(float pressure) override {
+        pressures.push_back(pressure);
+        if (onReading) onReading(pressure);
+        return true;
+    }
+    bool onRecordedPressure(long long time, double pressure) override {
+        records.emplace_back(time, pressure);
+        return true;
+    }
+    bool onRecorderCBComplete() override {
+        complete = true;
+        return true;
+    }
+    bool onBarometricTrendIndicator(float value) override {
+        trend = value;
+        return true;
+    }
+
+    std::vector<float> pressures;
+    std::vector<std::pair<long long, double>> records;
+    bool complete = false;
+    std::optional<float> trend;
+    std::function<void(float)> onReading;
+};
+
+gboolean quitLoop(gpointer loop) {
+    g_main_loop_quit(static_cast<GMainLoop*>(loop));
+    return G_SOURCE_CONTINUE;
+}
+
+std::string problemText() {
+    const char* problem = orvex_host_sensor_backend_problem();
+    return problem ? std::string(" (") + problem + ")" : "";
+}
+
+std::string clockTime(long long t) {
+    time_t tt = static_cast<time_t>(t);
+    struct tm tmv;
+    localtime_r(&tt, &tmv);
+    char buf[16];
+    strftime(buf, sizeof buf, "%H:%M", &tmv);
+    return buf;
+}
+
+int runLive(const Options& options, const Args& args) {
+    int seconds = -1;
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "--seconds" && i + 1 < args.size()) {
+            if (!parseInt(args[++i], &seconds) || seconds <= 0)
+                return fail("'" + args[i] + "' is not a positive whole number of seconds");
+        } else {
+            return usageError(kLive, "unknown argument '" + args[i] + "'");
+        }
+    }
+    if (!initialiseStore()) return fail("cannot create the settings store");
+    OrvexStorageMgr* store = OrvexStorageMgr::getInstance();
+    const int dUnit = store->getSettingDistance();
+    const int pUnit = store->getSettingPressure();
+
+    GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
+    ToolListener listener;
+    int shown = 0;
+    listener.onReading = [&](float pressure) {
+        double now = orvex_host_sensor_now();
+        bool working = pressure >= 0.0f;
+        double altitude = working ? store->getAltivalue(pressure) : 0.0;
+        if (working) store->setCurrentPressure(pressure);
+        if (options.json) {
+            Json j;
+            j.add("time", now).add("working", working);
+            if (working) {
+                j.add("pressure", hpaTo(pUnit, pressure))
+                    .add("pressure_unit", pressureUnitSymbol(pUnit))
+                    .add("altitude", metresTo(dUnit, altitude))
+                    .add("distance_unit", distanceUnitSymbol(dUnit));
+            }
+            if (listener.trend)
+                j.add("trend_hpa", static_cast<double>(*listener.trend));
+            else
+                j.addNull("trend_hpa");
+            std::cout << j.str() << std::endl;
+        } else if (!working) {
+            std::cout << clockTime(static_cast<long long>(now)) << "  the sensor is not working"
+                      << std::endl;
+        } else {
+            std::cout << clockTime(static_cast<long long>(now)) << "  "
+                      << formatDouble(hpaTo(pUnit, pressure), pUnit == 0 ? 2 : 3) << " "
+                      << pressureUnitSymbol(pUnit) << "  "
+                      << formatDouble(metresTo(dUnit, altitude), 1) << " "
+                      << distanceUnitSymbol(dUnit) << "  trend "
+                      << (listener.trend ? formatDouble(*listener.trend, 2) + " hPa/3h" : "-")
+                      << std::endl;
+        }
+        if (seconds > 0 && ++shown >= seconds) g_main_loop_quit(loop);
+    };
+
+    int rc = 0;
+    {
+        OrvexSensor sensor(&listener);
+        if (!sensor.startSensor()) {
+            rc = fail("cannot start the pressure sensor" + problemText());
+        } else {
+            bool trend = sensor.startSensorIndicator() == 0;
+            guint sigint = g_unix_signal_add(SIGINT, quitLoop, loop);
+            guint sigterm = g_unix_signal_add(SIGTERM, quitLoop, loop);
+            g_main_loop_run(loop);
+            g_source_remove(sigint);
+            g_source_remove(sigterm);
+            if (trend) sensor.stopSensorIndicator();
+        }
+    }
+    g_main_loop_unref(loop);
+    return rc;
+}
+
+const char* const kBlocks[] = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
+constexpr size_t kChartWidth = 72;
+
+std::string chartLine(const std::vector<double>& values, double lo, double hi) {
+    std::string line;
+    size_t n = values.size();
+    size_t width = std::min(n, kChartWidth);
+    for (size_t c = 0; c < width; ++c) {
+        // Each column is the mean of its share of the records.
+        size_t from = c * n / width, to = (c + 1) * n / width;
+        double sum = 0;
+        for (size_t i = from; i < to; ++i) sum += values[i];
+        double v = sum / static_cast<double>(to - from);
+        int level = hi > lo ? static_cast<int>((v - lo) / (hi - lo) * 7.0 + 0.5) : 3;
+        line += kBlocks[std::clamp(level, 0, 7)];
+    }
+    return line;
+}
+
+int runRecorded(const Options& options, const Args& args) {
+    if (!args.empty()) return usageError(kRecorded, "takes no arguments");
+    if (!initialiseStore()) return fail("cannot create the settings store");
+    const int pUnit = OrvexStorageMgr::getInstance()->getSettingPressure();
+    ToolListener listener;
+    OrvexSensor sensor(&listener);
+    if (!sensor.startSensorRecorder())
+        return fail("cannot start the pressure recorder" + problemText());
+    long now = static_cast<long>(orvex_host_sensor_now());
+    if (!sensor.getSensorRecorder(now)) return fail("the recorder refused the read");
+    orvex_host_sensor_read_info read{};
+    orvex_host_sensor_recorder_last_read(&read);
+    if (read.records > 0) {
+        GMainContext* context = g_main_context_default();
+        while (!listener.complete) g_main_context_iteration(context, TRUE);
+    }
+    if (listener.records.empty()) return fail("no pressure was recorded in the last six hours");
+
+    std::vector<double> values;
+    for (const auto& r : listener.records) values.push_back(hpaTo(pUnit, r.second));
+    auto [lo, hi] = std::minmax_element(values.begin(), values.end());
+    const int decimals = pUnit == 0 ? 1 : 2;
+    const char* unit = pressureUnitSymbol(pUnit);
+    if (options.json) {
+        std::string records = "[";
+        for (size_t i = 0; i < values.size(); ++i) {
+            if (i) records += ", ";
+            Json r;
+            r.add("time", listener.records[i].first).add("pressure", values[i]);
+            records += r.str();
+        }
+        records += "]";
+        Json j;
+        j.add("from", static_cast<long long>(now) - 21600)
+            .add("to", static_cast<long long>(now))
+            .add("pressure_unit", unit)
+            .add("min", *lo)
+            .add("max", *hi)
+            .addRaw("records", records);
+        std::cout << j.str() << "\n";
+        return 0;
+    }
+    std::cout << "pressure from " << clockTime(listener.records.front().first) << " to "
+              << clockTime(listener.records.back().first) << " (" << values.size() << " records)\n"
+              << formatDouble(*lo, decimals) << " " << chartLine(values, *lo, *hi) << " "
+              << formatDouble(*hi, decimals) << " " << unit << "\n"
+              << "min " << formatDouble(*lo, decimals) << "  max " << formatDouble(*hi, decimals)
+              << "  now " << formatDouble(values.back(), decimals) << " " << unit << "\n";
+    return 0;
+}
+
+int runBackend(const Options& options, const Args& args) {
+    if (!args.empty()) {
+        const std::string& name = args[0];
+        int rc = 0;
+        if (name == "default" && args.size() == 1) {
+            rc = orvex_host_sensor_set_backend(nullptr);
+        } else if (name == "sim" &&
+                   (args.size() == 1 || (args.size() == 3 && args[1] == "--seed"))) {
+            int seed = 1;
+            if (args.size() == 3 && (!parseInt(args[2], &seed) || seed < 0))
+                return fail("'" + args[2] + "' is not a seed (a whole number from 0)");
+            rc = orvex_host_sensor_set_backend("sim");
+            if (rc == 0) rc = orvex_host_sensor_set_seed(static_cast<unsigned>(seed));
+        } else if (name == "iio" &&
+                   (args.size() == 1 || (args.size() == 3 && args[1] == "--root"))) {
+            rc = orvex_host_sensor_set_backend("iio");
+            if (rc == 0)
+                rc = orvex_host_sensor_set_iio_root(args.size() == 3 ? args[2].c_str() : nullptr);
+        } else if (name == "trace" &&
+                   (args.size() == 2 || (args.size() == 3 && args[2] == "--no-loop"))) {
+            rc = orvex_host_sensor_set_backend("trace");
+            if (rc == 0) rc = orvex_host_sensor_set_trace(args[1].c_str(), args.size() == 2);
+        } else {
+            return usageError(kBackend, "expected sim, iio, trace FILE or default");
+        }
+        if (rc != 0) return fail("cannot store the choice (error " + std::to_string(rc) + ")");
+    }
+    const char* problem = orvex_host_sensor_backend_problem();
+    if (options.json) {
+        Json j;
+        j.add("backend", orvex_host_sensor_backend());
+        if (problem)
+            j.add("problem", problem);
+        else
+            j.addNull("problem");
+        std::cout << j.str() << "\n";
+    } else {
+        printRows(
+            {{"backend", orvex_host_sensor_backend()}, {"state", problem ? problem : "ready"}});
+    }
+    return problem ? 1 : 0;
+}
+
+}  // namespace
+}  // namespace orvex_tool
