@@ -68,7 +68,8 @@ public:
 
     /** @brief The standard sea-level pressure, 1013.25 hPa. */
     double getDefaultSLP();
-    /** @brief Altitude (m) of a pressure against the stored sea-level pressure (1013.25 if unset). */
+    /** @brief Altitude (m) of a pressure against the stored sea-level pressure (1013.25 if unset).
+     */
     double getAltivalue(double pressure);
     /** @brief Altitude (m) of a pressure against the given sea-level pressure. */
     double getAltivalue(double pressure, double slp);
