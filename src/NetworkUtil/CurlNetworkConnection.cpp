@@ -226,6 +226,7 @@ void* CurlNetworkConnection::StartCurlMultiMainLoop(void* connection) {
         // The message lives in the easy handle, which a cancel may free once we unlock.
         CURLMSG kind = msg ? msg->msg : CURLMSG_NONE;
         CURL* easy = msg ? msg->easy_handle : nullptr;
+        CURLcode result = msg ? msg->data.result : CURLE_OK;
         self->MutexUnlock();
         if (!msg) break;
         if (kind != CURLMSG_DONE) continue;
@@ -237,8 +238,12 @@ void* CurlNetworkConnection::StartCurlMultiMainLoop(void* connection) {
         if (session) {
             long code = 0;
             curl_easy_getinfo(session->mEasyHandle, CURLINFO_RESPONSE_CODE, &code);
-            if (code == 200) {
+            if (code == 200 && result == CURLE_OK) {
                 session->mResultState = RESULT_HTTP_OK;
+            } else if (code == 200) {
+                // The status was fine but the body was cut short: a partial answer is no answer.
+                ORVEX_LOGE("Incomplete transfer :%d", static_cast<int>(result));
+                session->mResultState = RESULT_HTTP_FAILED;
             } else {
                 ORVEX_LOGE("Response Error Code :%d", static_cast<int>(code));
                 session->mResultState = RESULT_HTTP_FAILED;
