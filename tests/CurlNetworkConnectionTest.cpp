@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -170,6 +171,21 @@ TEST_F(CurlEngineTest, DecodesGzipAndChunkedAnswersAndFollowsRedirects) {
                                   "response 3 moved here"}),
         responses);
     EXPECT_TRUE(findRequest(server.requests(), "/new"));
+}
+
+// The worker has done its last perform and posted its record, but the main loop has not run yet:
+// a request queued now lands on the old multi handle, which no worker drives any more.
+TEST_F(CurlEngineTest, ARequestQueuedWhileTheWorkerEndsIsNotLost) {
+    TestHttpServer server;
+    server.route("/", {200, {}, "one"});
+    engine->HttpRequest(request(1, server.url("/")));
+    pollfd posted{engine->mPipeIOChannelData.mReadFd, POLLIN, 0};
+    ASSERT_EQ(1, poll(&posted, 1, 10000));
+    engine->HttpRequest(request(2, server.url("/")));
+    ASSERT_TRUE(finishes(2));
+    std::vector<std::string> tail(events.events.begin() + 2, events.events.end());
+    EXPECT_EQ((std::vector<std::string>{"response 1 one", "response 2 one"}), tail);
+    EXPECT_EQ(2u, server.requestCount());
 }
 
 TEST_F(CurlEngineTest, HttpsVerifiesAgainstTheConfiguredCa) {

@@ -317,9 +317,20 @@ void CurlNetworkConnection::ResponseHttpRequest() {
     }
     if (!MutexLock()) return;
     ORVEX_LOGI("##");
+    // A request queued after the worker's last perform, while it was already on its way out,
+    // has never been started. It goes on a new multi handle with a new worker instead of being
+    // dropped.
+    std::list<std::shared_ptr<CurlSingleEasySession>> finished, unstarted;
+    for (auto& session : mMultiSession->mEasySessionList) {
+        if (session->mResultState == RESULT_IN_FLIGHT) {
+            curl_multi_remove_handle(mMultiSession->mMultiHandle, session->mEasyHandle);
+            unstarted.push_back(session);
+        } else {
+            finished.push_back(session);
+        }
+    }
     curl_multi_cleanup(mMultiSession->mMultiHandle);
     mMultiSession->mMultiHandle = nullptr;
-    std::list<std::shared_ptr<CurlSingleEasySession>> finished = mMultiSession->mEasySessionList;
     for (auto& session : finished) {
         if (session->mHeaderList) curl_slist_free_all(session->mHeaderList);
         session->mHeaderList = nullptr;
@@ -327,7 +338,32 @@ void CurlNetworkConnection::ResponseHttpRequest() {
         session->mEasyHandle = nullptr;
     }
     mMultiSession->mEasySessionList.clear();
+    bool restart = false;
+    if (!unstarted.empty()) {
+        mMultiSession->mMultiHandle = curl_multi_init();
+        for (auto& session : unstarted) {
+            if (mMultiSession->mMultiHandle &&
+                curl_multi_add_handle(mMultiSession->mMultiHandle, session->mEasyHandle) ==
+                    CURLM_OK) {
+                mMultiSession->mEasySessionList.push_back(session);
+                restart = true;
+                continue;
+            }
+            ORVEX_LOGE("[Failed] curl_multi_add_handle");
+            if (session->mHeaderList) curl_slist_free_all(session->mHeaderList);
+            session->mHeaderList = nullptr;
+            curl_easy_cleanup(session->mEasyHandle);
+            session->mEasyHandle = nullptr;
+            session->mResultState = RESULT_HTTP_FAILED;
+            finished.push_back(session);
+        }
+        if (!restart && mMultiSession->mMultiHandle) {
+            curl_multi_cleanup(mMultiSession->mMultiHandle);
+            mMultiSession->mMultiHandle = nullptr;
+        }
+    }
     MutexUnlock();
+    if (restart) StartThread();
 
     for (auto& session : finished) {
         if (!mListener) continue;
