@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,12 +28,18 @@ namespace {
 // Opens the engine's inner workings to the tests.
 class Engine : public CurlNetworkConnection {
 public:
+    using CurlNetworkConnection::AppendEasySession;
     using CurlNetworkConnection::CheckThreadStatus;
+    using CurlNetworkConnection::CurlSingleEasySession;
+    using CurlNetworkConnection::DestoryHttpRequest;
+    using CurlNetworkConnection::FindSingleEasySessiong;
     using CurlNetworkConnection::mMultiSession;
     using CurlNetworkConnection::mPipeIOChannelData;
     using CurlNetworkConnection::mThread;
     using CurlNetworkConnection::PipeTransCurlData;
+    using CurlNetworkConnection::ResponseHttpRequest;
     using CurlNetworkConnection::SGIOPipeWatchCB;
+    using CurlNetworkConnection::StartThread;
 
     bool idle() const { return !mMultiSession || !mMultiSession->mMultiHandle; }
     size_t inFlight() const { return mMultiSession ? mMultiSession->mEasySessionList.size() : 0; }
@@ -545,6 +552,39 @@ TEST_F(PipeWatchTest, WatchBranches) {
     engine->CheckThreadStatus(nullptr, sizeof record);
     delete record;
     EXPECT_TRUE(events.events.empty());
+}
+
+TEST_F(CurlEngineTest, SessionHelpersRefuseToWorkWithoutAMultiSession) {
+    EXPECT_EQ(nullptr, engine->FindSingleEasySessiong(0));
+    EXPECT_EQ(nullptr, engine->FindSingleEasySessiong(static_cast<void*>(nullptr)));
+    EXPECT_EQ(4, engine->AppendEasySession(nullptr));
+    EXPECT_EQ(4, engine->AppendEasySession(std::make_shared<Engine::CurlSingleEasySession>()));
+    engine->DestoryHttpRequest(nullptr);
+    engine->ResponseHttpRequest();
+    EXPECT_EQ((std::vector<std::string>{"Invalid multi session", "Invalid multi session",
+                                        "[Failed] Invalid curlSingleEasySessiongPtr",
+                                        "Failed get multi session or easy session list",
+                                        "Invalid Multisession Ptr or curlSingleEasySessiongPtr",
+                                        "Failed get curl multi session"}),
+              errors());
+    EXPECT_TRUE(events.events.empty());
+}
+
+TEST_F(CurlEngineTest, NoWorkerStartsWithoutAPipe) {
+    // Out of descriptors: the lowest free one is at the limit.
+    int lowest = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(lowest, 0);
+    close(lowest);
+    rlimit saved{};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &saved));
+    rlimit tight = saved;
+    tight.rlim_cur = static_cast<rlim_t>(lowest);
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &tight));
+    engine->StartThread();
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &saved));
+    EXPECT_EQ((std::vector<std::string>{"pipe create failed"}), errors());
+    EXPECT_EQ(0, engine->mThread);
+    EXPECT_EQ(0u, engine->mPipeIOChannelData.mWatchId);
 }
 
 TEST_F(CurlEngineTest, WriteCallbackAndBodyAppend) {
