@@ -155,6 +155,9 @@ TEST_F(CurlEngineTest, GetAndPostInOneBurstShareOneWorker) {
     EXPECT_TRUE(has(byUrl[server.url("/post")], CURLOPT_POST, &post1));
     EXPECT_EQ(1, post1);
     EXPECT_TRUE(logged(DLOG_INFO, "##"));
+    // Bodies appear in the verbose log by size only.
+    EXPECT_TRUE(logged(DLOG_INFO, "> [7 bytes of data]"));
+    EXPECT_TRUE(logged(DLOG_INFO, "< [6 bytes of data]"));
 }
 
 TEST_F(CurlEngineTest, DecodesGzipAndChunkedAnswersAndFollowsRedirects) {

@@ -131,6 +131,11 @@ TEST_F(NetworkProxyTest, RejectsUnknownListenersAndRequests) {
     proxy->HttpRequest(get("http://127.0.0.1:9/"), 3);
     proxy->HttpCancel(0);
     EXPECT_EQ((std::vector<std::string>{"Invalid networkReqID", "Invalid reqID"}), errors());
+    auto lines = logLines();
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(0u, lines[0].text.find("NetworkProxy.cpp: HttpRequest("));
+    EXPECT_NE(std::string::npos, lines[0].text.find(") > " + errorText("Invalid networkReqID")));
+    EXPECT_EQ("ORVEX", lines[0].tag);
     EXPECT_TRUE(curlOptionCalls().empty());
 
     clearLog();
