@@ -1,0 +1,10 @@
+#ifndef I_HTTP_RESPONSE_DATA_H
+#define I_HTTP_RESPONSE_DATA_H
+
+/** @brief Base of the response records the HTTP engine delivers. */
+class IHttpResponseData {
+public:
+    virtual ~IHttpResponseData() {}
+};
+
+#endif

@@ -1,0 +1,663 @@
+#include "CurlNetworkConnection.h"
+
+#include <fcntl.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include <platform/connection.h>
+
+#include "BuildConfig.h"
+#include "OrvexLog.h"
+
+pthread_t CurlNetworkConnection::mThread = 0;
+const char* const CurlNetworkConnection::INVALID_PROXY_HTTP_ADDRESS = "http://0.0.0.0";
+const char* const CurlNetworkConnection::INVALID_PROXY_IP_ADDRESS = "0.0.0.0";
+const char* const CurlNetworkConnection::SSL_CIPHER_OPTION_VALUE = "HIGH";
+const char* const CurlNetworkConnection::ENCODING_OPTION_VALUE = "gzip,deflate";
+
+#define MutexLock() MutexLockImpl(__func__, __LINE__)
+#define MutexUnlock() MutexUnlockImpl(__func__, __LINE__)
+
+namespace {
+
+// The worker may be cancelled only while it waits in select. Anywhere else it may hold the mutex
+// or be inside libcurl (connect, TLS, a resolver thread), and a cancel there would leave the
+// mutex locked and libcurl half-way through.
+inline void allowCancel() { pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr); }
+inline void forbidCancel() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr); }
+
+bool startsWithNoCase(const std::string& s, size_t pos, const char* prefix) {
+    for (size_t i = 0; prefix[i]; ++i) {
+        if (pos + i >= s.size() || std::tolower(static_cast<unsigned char>(s[pos + i])) !=
+                                       std::tolower(static_cast<unsigned char>(prefix[i])))
+            return false;
+    }
+    return true;
+}
+
+// Verbose lines can carry the weather services' API keys (in the request line, in a redirect
+// target) and credentials (Authorization headers); none of them may reach the log.
+std::string redactSecrets(std::string line) {
+    static const char* const kCredentialHeaders[] = {"Authorization:", "Proxy-Authorization:"};
+    for (const char* header : kCredentialHeaders) {
+        if (startsWithNoCase(line, 0, header)) return std::string(header) + " <redacted>";
+    }
+    static const char kKey[] = "apikey=";
+    for (size_t pos = 0; pos < line.size(); ++pos) {
+        if ((line[pos] != '?' && line[pos] != '&') || !startsWithNoCase(line, pos + 1, kKey))
+            continue;
+        size_t start = pos + 1 + sizeof kKey - 1;
+        size_t end = line.find_first_of("&# \"'\r\n", start);
+        if (end == std::string::npos) end = line.size();
+        line.replace(start, end - start, "<redacted>");
+    }
+    return line;
+}
+
+int curlVerboseToLog(CURL*, curl_infotype type, char* data, size_t size, void*) {
+    const char* direction;
+    switch (type) {
+        case CURLINFO_TEXT:
+            direction = "* ";
+            break;
+        case CURLINFO_HEADER_IN:
+            direction = "< ";
+            break;
+        case CURLINFO_HEADER_OUT:
+            direction = "> ";
+            break;
+        case CURLINFO_DATA_IN:
+            ORVEX_LOGI("< [%zu bytes of data]", size);
+            return 0;
+        case CURLINFO_DATA_OUT:
+            ORVEX_LOGI("> [%zu bytes of data]", size);
+            return 0;
+        default:  // TLS records
+            return 0;
+    }
+    std::string text(data, size);
+    size_t begin = 0;
+    while (begin < text.size()) {
+        size_t end = text.find('\n', begin);
+        if (end == std::string::npos) end = text.size();
+        std::string line = text.substr(begin, end - begin);
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        if (!line.empty()) ORVEX_LOGI("%s%s", direction, redactSecrets(line).c_str());
+        begin = end + 1;
+    }
+    return 0;
+}
+
+}  // namespace
+
+CurlNetworkConnection::CurlNetworkConnection() : mListener(nullptr) {
+    curl_global_init(CURL_GLOBAL_ALL);
+    pthread_mutex_init(&mMutex, nullptr);
+}
+
+CurlNetworkConnection::~CurlNetworkConnection() {
+    CancelAllHttpRequest();
+    curl_global_cleanup();
+    pthread_mutex_destroy(&mMutex);
+}
+
+bool CurlNetworkConnection::MutexLockImpl(const char*, int) {
+    return pthread_mutex_lock(&mMutex) == 0;
+}
+
+bool CurlNetworkConnection::MutexUnlockImpl(const char*, int) {
+    return pthread_mutex_unlock(&mMutex) == 0;
+}
+
+// ---- Worker and pipe ----
+
+void CurlNetworkConnection::StartThread() {
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) != 0) {
+        ORVEX_LOGE("pipe create failed");
+        return;
+    }
+    mPipeIOChannelData.mReadFd = fds[0];
+    mPipeIOChannelData.mWriteFd = fds[1];
+    mPipeIOChannelData.mGIOPipeChanel = g_io_channel_unix_new(fds[0]);
+    mPipeIOChannelData.mWatchId = g_io_add_watch(
+        mPipeIOChannelData.mGIOPipeChanel, static_cast<GIOCondition>(G_IO_IN | G_IO_ERR | G_IO_HUP),
+        reinterpret_cast<GIOFunc>(&CurlNetworkConnection::SGIOPipeWatchCB), this);
+    // StopThread closes the descriptors itself, whatever the channel would do on unref.
+    (void)g_io_channel_get_close_on_unref(mPipeIOChannelData.mGIOPipeChanel);
+    if (pthread_create(&mThread, nullptr, &CurlNetworkConnection::StartCurlMultiMainLoop, this) !=
+        0) {
+        mThread = 0;
+        ORVEX_LOGE("Failed create curl thread");
+    }
+}
+
+void CurlNetworkConnection::StopThread() {
+    if (mThread) {
+        pthread_cancel(mThread);
+        pthread_join(mThread, nullptr);
+        mThread = 0;
+    }
+    if (mPipeIOChannelData.mReadFd) {
+        // A worker that finished just before the cancel has posted a record nobody will read.
+        int flags = fcntl(mPipeIOChannelData.mReadFd, F_GETFL);
+        fcntl(mPipeIOChannelData.mReadFd, F_SETFL, flags | O_NONBLOCK);
+        PipeTransCurlData* pending = nullptr;
+        while (read(mPipeIOChannelData.mReadFd, &pending, PIPE_RECORD_SIZE) ==
+               static_cast<ssize_t>(PIPE_RECORD_SIZE)) {
+            delete pending;
+            pending = nullptr;
+        }
+        close(mPipeIOChannelData.mReadFd);
+        mPipeIOChannelData.mReadFd = 0;
+    }
+    if (mPipeIOChannelData.mWriteFd) {
+        close(mPipeIOChannelData.mWriteFd);
+        mPipeIOChannelData.mWriteFd = 0;
+    }
+    // Still attached when the transfers are cancelled before the worker reported: it must not
+    // fire on a closed descriptor, or on this object once it is gone.
+    if (mPipeIOChannelData.mWatchId) {
+        g_source_remove(mPipeIOChannelData.mWatchId);
+        mPipeIOChannelData.mWatchId = 0;
+    }
+    if (mPipeIOChannelData.mGIOPipeChanel) {
+        g_io_channel_unref(mPipeIOChannelData.mGIOPipeChanel);
+        mPipeIOChannelData.mGIOPipeChanel = nullptr;
+    }
+}
+
+void* CurlNetworkConnection::StartCurlMultiMainLoop(void* connection) {
+    forbidCancel();
+    auto* self = static_cast<CurlNetworkConnection*>(connection);
+    int running = 0;
+
+    if (self->MutexLock()) {
+        CURLMcode rc = curl_multi_perform(self->mMultiSession->mMultiHandle, &running);
+        if (rc != CURLM_OK) ORVEX_LOGE("Failed multi perform :%d", rc);
+        self->MutexUnlock();
+    }
+
+    do {
+        long timeout = -1;
+        if (self->MutexLock()) {
+            curl_multi_timeout(self->mMultiSession->mMultiHandle, &timeout);
+            self->MutexUnlock();
+        }
+
+        fd_set readSet, writeSet, exceptSet;
+        FD_ZERO(&readSet);
+        FD_ZERO(&writeSet);
+        FD_ZERO(&exceptSet);
+        int maxfd = -1;
+        if (self->MutexLock()) {
+            if (curl_multi_fdset(self->mMultiSession->mMultiHandle, &readSet, &writeSet, &exceptSet,
+                                 &maxfd) != CURLM_OK)
+                ORVEX_LOGE("Failed get multi fd set");
+            self->MutexUnlock();
+        }
+
+        // Always at least a second: the loop paces itself and relies on the descriptors to wake
+        // it early.
+        struct timeval wait;
+        wait.tv_sec = 1;
+        wait.tv_usec = timeout >= 1 ? (timeout % 1000) * 1000 : 0;
+        allowCancel();
+        int ready = select(maxfd + 1, &readSet, &writeSet, &exceptSet, &wait);
+        forbidCancel();
+
+        if (self->MutexLock()) {
+            if (ready < 0) ORVEX_LOGE("select error");
+            curl_multi_perform(self->mMultiSession->mMultiHandle, &running);
+            self->MutexUnlock();
+        }
+    } while (running != 0);
+
+    for (;;) {
+        while (!self->MutexLock()) {
+        }
+        int left = 0;
+        CURLMsg* msg = curl_multi_info_read(self->mMultiSession->mMultiHandle, &left);
+        // The message lives in the easy handle, which a cancel may free once we unlock.
+        CURLMSG kind = msg ? msg->msg : CURLMSG_NONE;
+        CURL* easy = msg ? msg->easy_handle : nullptr;
+        CURLcode result = msg ? msg->data.result : CURLE_OK;
+        self->MutexUnlock();
+        if (!msg) break;
+        if (kind != CURLMSG_DONE) continue;
+
+        if (!self->MutexLock()) continue;
+        std::shared_ptr<CurlSingleEasySession> session = self->FindSingleEasySessiong(easy);
+        // Looked up and recorded under the lock, so that a cancel cannot free the handle between
+        // the two.
+        if (session) {
+            long code = 0;
+            curl_easy_getinfo(session->mEasyHandle, CURLINFO_RESPONSE_CODE, &code);
+            if (code == 200 && result == CURLE_OK) {
+                session->mResultState = RESULT_HTTP_OK;
+            } else if (code == 200) {
+                // The status was fine but the body was cut short: a partial answer is no answer.
+                ORVEX_LOGE("Incomplete transfer :%d", static_cast<int>(result));
+                session->mResultState = RESULT_HTTP_FAILED;
+            } else {
+                ORVEX_LOGE("Response Error Code :%d", static_cast<int>(code));
+                session->mResultState = RESULT_HTTP_FAILED;
+            }
+        }
+        self->MutexUnlock();
+    }
+
+    PipeTransCurlData* record = new (std::nothrow) PipeTransCurlData(PIPE_TRANS_ALL_DONE);
+    if (write(self->mPipeIOChannelData.mWriteFd, &record, PIPE_RECORD_SIZE) < 1) {
+        ORVEX_LOGE("Failed write pipe");
+        delete record;
+    }
+    return nullptr;
+}
+
+gboolean CurlNetworkConnection::SGIOPipeWatchCB(GIOChannel*, GIOCondition condition,
+                                                void* connection) {
+    auto* self = static_cast<CurlNetworkConnection*>(connection);
+    // Results delivered from here may start the next worker with a watch of its own; only this
+    // watch's id is forgotten when it ends.
+    const guint thisWatch = self->mPipeIOChannelData.mWatchId;
+    auto end = [self, thisWatch]() -> gboolean {
+        if (self->mPipeIOChannelData.mWatchId == thisWatch) self->mPipeIOChannelData.mWatchId = 0;
+        return FALSE;
+    };
+
+    if (!self->mPipeIOChannelData.mGIOPipeChanel) {
+        ORVEX_LOGE("INAVLID mGIOPipeChanel");
+        return end();
+    }
+    if (condition & G_IO_IN) {
+        PipeTransCurlData* slot = nullptr;
+        if (read(self->mPipeIOChannelData.mReadFd, &slot, PIPE_RECORD_SIZE) == -1) {
+            ORVEX_LOGE("Failed get pipe message");
+            return TRUE;
+        }
+        self->CheckThreadStatus(reinterpret_cast<char*>(&slot), PIPE_RECORD_SIZE);
+        return end();
+    }
+    if (condition & G_IO_ERR) {
+        ORVEX_LOGE("G_IO_ERR");
+        return end();
+    }
+    if (condition & G_IO_HUP) {
+        ORVEX_LOGE("G_IO_HUP");
+        return end();
+    }
+    return end();
+}
+
+void CurlNetworkConnection::CheckThreadStatus(char* buffer, unsigned length) {
+    if (!buffer || length != PIPE_RECORD_SIZE) return;
+    PipeTransCurlData* record = nullptr;
+    memcpy(&record, buffer, PIPE_RECORD_SIZE);
+    if (!record) {
+        ORVEX_LOGE("Invalid pipe Curl data");
+        return;
+    }
+    if (record->mType == PIPE_TRANS_ALL_DONE) {
+        StopThread();
+        ResponseHttpRequest();
+    }
+    delete record;
+}
+
+void CurlNetworkConnection::ResponseHttpRequest() {
+    if (!mMultiSession || !mMultiSession->mMultiHandle) {
+        ORVEX_LOGE("Failed get curl multi session");
+        return;
+    }
+    if (!MutexLock()) return;
+    ORVEX_LOGI("##");
+    // A request queued after the worker's last perform, while it was already on its way out,
+    // has never been started. It goes on a new multi handle with a new worker instead of being
+    // dropped.
+    std::list<std::shared_ptr<CurlSingleEasySession>> finished, unstarted;
+    for (auto& session : mMultiSession->mEasySessionList) {
+        if (session->mResultState == RESULT_IN_FLIGHT) {
+            curl_multi_remove_handle(mMultiSession->mMultiHandle, session->mEasyHandle);
+            unstarted.push_back(session);
+        } else {
+            finished.push_back(session);
+        }
+    }
+    curl_multi_cleanup(mMultiSession->mMultiHandle);
+    mMultiSession->mMultiHandle = nullptr;
+    for (auto& session : finished) {
+        if (session->mHeaderList) curl_slist_free_all(session->mHeaderList);
+        session->mHeaderList = nullptr;
+        curl_easy_cleanup(session->mEasyHandle);
+        session->mEasyHandle = nullptr;
+    }
+    mMultiSession->mEasySessionList.clear();
+    bool restart = false;
+    if (!unstarted.empty()) {
+        mMultiSession->mMultiHandle = curl_multi_init();
+        for (auto& session : unstarted) {
+            if (mMultiSession->mMultiHandle &&
+                curl_multi_add_handle(mMultiSession->mMultiHandle, session->mEasyHandle) ==
+                    CURLM_OK) {
+                mMultiSession->mEasySessionList.push_back(session);
+                restart = true;
+                continue;
+            }
+            ORVEX_LOGE("[Failed] curl_multi_add_handle");
+            if (session->mHeaderList) curl_slist_free_all(session->mHeaderList);
+            session->mHeaderList = nullptr;
+            curl_easy_cleanup(session->mEasyHandle);
+            session->mEasyHandle = nullptr;
+            session->mResultState = RESULT_HTTP_FAILED;
+            finished.push_back(session);
+        }
+        if (!restart && mMultiSession->mMultiHandle) {
+            curl_multi_cleanup(mMultiSession->mMultiHandle);
+            mMultiSession->mMultiHandle = nullptr;
+        }
+    }
+    MutexUnlock();
+    if (restart) StartThread();
+
+    for (auto& session : finished) {
+        if (!mListener) continue;
+        if (session->mResultState == RESULT_HTTP_OK)
+            mListener->OnHttpResponseCompleted(session->mRequest, session->mResponse);
+        else if (session->mResultState == RESULT_HTTP_FAILED)
+            mListener->OnHttpResponseFailed(session->mRequest);
+    }
+}
+
+// ---- Body ----
+
+size_t CurlNetworkConnection::ResponseHttpPacketCB(void* data, size_t size, size_t count,
+                                                   void* packet) {
+    int32_t n = static_cast<int32_t>(size * count);
+    if (n < 1) return 0;
+    if (!data) {
+        ORVEX_LOGE("Invalid received data");
+        return static_cast<size_t>(n);
+    }
+    auto* totalPacket = static_cast<CurlHttpTotalPacketData*>(packet);
+    if (!totalPacket) {
+        ORVEX_LOGE("Invalid cur http packet data");
+        return 0;
+    }
+    unsigned char* grown = AppendPacketBodyData(totalPacket->Buffer, totalPacket->Length,
+                                                static_cast<unsigned char*>(data), n);
+    if (totalPacket->Buffer) delete[] totalPacket->Buffer;
+    totalPacket->Buffer = grown;
+    totalPacket->Length += n;
+    return static_cast<size_t>(n);
+}
+
+unsigned char* CurlNetworkConnection::AppendPacketBodyData(unsigned char* oldData, long oldLength,
+                                                           unsigned char* addedData,
+                                                           long addedLength) {
+    if (oldLength < 0 || addedLength < 0) {
+        ORVEX_LOGE("Invalid input length");
+        return nullptr;
+    }
+    long total = oldLength + addedLength;
+    if (total < 1) {
+        ORVEX_LOGE("Invalied total len");
+        return nullptr;
+    }
+    auto* buffer = new (std::nothrow) unsigned char[total];
+    if (!buffer) return nullptr;
+    if (oldData) memcpy(buffer, oldData, static_cast<size_t>(oldLength));
+    if (addedData) memcpy(buffer + oldLength, addedData, static_cast<size_t>(addedLength));
+    return buffer;
+}
+
+// ---- Sessions ----
+
+int CurlNetworkConnection::AppendEasySession(std::shared_ptr<CurlSingleEasySession> session) {
+    if (!session) {
+        ORVEX_LOGE("[Failed] Invalid curlSingleEasySessiongPtr");
+        return APPEND_SESSION_FAILED;
+    }
+    if (!mMultiSession || !mMultiSession->mMultiHandle) {
+        ORVEX_LOGE("Failed get multi session or easy session list");
+        return APPEND_SESSION_FAILED;
+    }
+    if (curl_multi_add_handle(mMultiSession->mMultiHandle, session->mEasyHandle) != CURLM_OK) {
+        ORVEX_LOGE("[Failed] curl_multi_add_handle");
+        return APPEND_SESSION_FAILED;
+    }
+    mMultiSession->mEasySessionList.push_back(session);
+    return 0;
+}
+
+std::shared_ptr<CurlNetworkConnection::CurlSingleEasySession>
+CurlNetworkConnection::FindSingleEasySessiong(void* easyHandle) {
+    if (!mMultiSession) {
+        ORVEX_LOGE("Invalid multi session");
+        return nullptr;
+    }
+    for (auto& session : mMultiSession->mEasySessionList)
+        if (session->mEasyHandle == easyHandle) return session;
+    return nullptr;
+}
+
+std::shared_ptr<CurlNetworkConnection::CurlSingleEasySession>
+CurlNetworkConnection::FindSingleEasySessiong(int requestId) {
+    if (!mMultiSession) {
+        ORVEX_LOGE("Invalid multi session");
+        return nullptr;
+    }
+    for (auto& session : mMultiSession->mEasySessionList) {
+        auto* request = dynamic_cast<CurlHttpRequestData*>(session->mRequest.get());
+        if (request && request->RequestId == requestId) return session;
+    }
+    return nullptr;
+}
+
+// ---- Requests ----
+
+std::string CurlNetworkConnection::GetSystemNetworkProxyAddressStr() {
+    connection_h handle = nullptr;
+    if (connection_create(&handle) != CONNECTION_ERROR_NONE) {
+        ORVEX_LOGE("Failed Create connection handler");
+        return std::string();
+    }
+    char* proxy = nullptr;
+    connection_get_proxy(handle, CONNECTION_ADDRESS_FAMILY_IPV4, &proxy);
+    std::string address;
+    if (proxy && strcmp(proxy, INVALID_PROXY_HTTP_ADDRESS) != 0 &&
+        strcmp(proxy, INVALID_PROXY_IP_ADDRESS) != 0)
+        address = proxy;
+    else
+        ORVEX_LOGE("Invalid proxy address");
+    free(proxy);
+    // One handle per request would otherwise stay open for the life of the process.
+    connection_destroy(handle);
+    return address;
+}
+
+void CurlNetworkConnection::HttpRequest(std::shared_ptr<IHttpRequestData> request) {
+    std::shared_ptr<CurlHttpRequestData> curlRequest =
+        std::dynamic_pointer_cast<CurlHttpRequestData>(request);
+    if (!curlRequest) {
+        ORVEX_LOGE("Invalid httpRequestDataPtr");
+        return;
+    }
+
+    CURL* easy = curl_easy_init();
+    if (!easy) ORVEX_LOGE("Failed curl_easy_init");
+
+    // Verbose output goes to the platform log (redacted), never to stderr.
+    if (curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, &curlVerboseToLog) != CURLE_OK)
+        ORVEX_LOGE("Failed CURLOPT_DEBUGFUNCTION option");
+    if (curl_easy_setopt(easy, CURLOPT_VERBOSE, 1L) != CURLE_OK)
+        ORVEX_LOGE("Failed CURLOPT_VERBOSE option");
+    if (curl_easy_setopt(easy, CURLOPT_URL, curlRequest->URL.c_str()) != CURLE_OK)
+        ORVEX_LOGE("Failed CURLOPT_URL option");
+    std::string proxy = GetSystemNetworkProxyAddressStr();
+    if (!proxy.empty() && curl_easy_setopt(easy, CURLOPT_PROXY, proxy.c_str()) != CURLE_OK)
+        ORVEX_LOGE("Failed proxy option");
+    curl_slist* headerList = nullptr;
+    for (const std::string& header : curlRequest->Headers) {
+        if (header.empty()) continue;
+        curl_slist* appended = curl_slist_append(headerList, header.c_str());
+        if (appended) headerList = appended;
+    }
+    if (headerList && curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headerList) != CURLE_OK)
+        ORVEX_LOGE("Failed CURLOPT_HTTPHEADER option");
+    if (curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L) != CURLE_OK)
+        ORVEX_LOGE("Failed CURLOPT_FOLLOWLOCATION option");
+    if (curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 1L) != CURLE_OK)
+        ORVEX_LOGE("Failed CURLOPT_NOPROGRESS option");
+    if (curl_easy_setopt(easy, CURLOPT_SSL_CIPHER_LIST, SSL_CIPHER_OPTION_VALUE) != CURLE_OK)
+        ORVEX_LOGE("Failed CURLOPT_SSL_CIPHER_LIST option");
+    const bool hasBody = !curlRequest->Body.empty();
+    // libcurl reads the body in place; the session keeps the request, and so the body, alive.
+    if (hasBody &&
+        curl_easy_setopt(easy, CURLOPT_POSTFIELDS, curlRequest->Body.c_str()) != CURLE_OK)
+        ORVEX_LOGE("Failed CURLOPT_POST option");
+    if (curl_easy_setopt(easy, CURLOPT_POST, hasBody ? 1L : 0L) != CURLE_OK)
+        ORVEX_LOGE("Failed CURLOPT_POST option");
+    if (curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION,
+                         &CurlNetworkConnection::ResponseHttpPacketCB) != CURLE_OK)
+        ORVEX_LOGE("Failed CURLOPT_WRITEFUNCTION option");
+
+    auto response = std::make_shared<CurlHttpResponseData>();
+    response->PacketData = std::make_shared<CurlHttpTotalPacketData>();
+    CurlHttpTotalPacketData* packet = response->PacketData.get();
+
+    if (curl_easy_setopt(easy, CURLOPT_WRITEDATA, packet) != CURLE_OK)
+        ORVEX_LOGE("Failed CURLOPT_WRITEDATA option");
+    if (curl_easy_setopt(easy, CURLOPT_PRIVATE, packet) != CURLE_OK)
+        ORVEX_LOGE("Failed CURLOPT_PRIVATE option");
+    if (curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, ENCODING_OPTION_VALUE) != CURLE_OK)
+        ORVEX_LOGE("Failed CURLOPT_ENCODING option");
+    if (curl_easy_setopt(easy, CURLOPT_CAINFO, ORVEX_CA_FILE) != CURLE_OK)
+        ORVEX_LOGE("Failed CURLOPT_CAINFO option");
+
+    auto session = std::make_shared<CurlSingleEasySession>();
+    session->mEasyHandle = easy;
+    session->mHeaderList = headerList;
+    session->mRequest = request;
+    session->mResponse = response;
+    session->mResultState = RESULT_IN_FLIGHT;
+
+    bool failed = false;
+    bool newMultiHandle = false;
+    if (!mMultiSession) mMultiSession = std::make_shared<CurlMultiSession>();
+    if (!mMultiSession->mMultiHandle) {
+        mMultiSession->mMultiHandle = curl_multi_init();
+        if (mMultiSession->mMultiHandle)
+            newMultiHandle = true;
+        else
+            failed = true;
+    }
+    if (!failed && MutexLock()) {
+        failed = AppendEasySession(session) != 0;
+        MutexUnlock();
+    }
+
+    if (failed) {
+        ORVEX_LOGE("Failed append easy session");
+        curl_easy_cleanup(easy);
+        if (headerList) curl_slist_free_all(headerList);
+        // A multi handle made for this request alone has no worker; keeping it would leave the
+        // next request waiting for one that never starts.
+        if (newMultiHandle && mMultiSession->mEasySessionList.empty()) {
+            curl_multi_cleanup(mMultiSession->mMultiHandle);
+            mMultiSession->mMultiHandle = nullptr;
+        }
+        if (mListener) mListener->OnHttpRequestFailed(request);
+        return;
+    }
+    if (mListener) mListener->OnHttpRequestCompleted(request);
+    if (newMultiHandle) StartThread();
+}
+
+void CurlNetworkConnection::CancelHttpRequest(std::shared_ptr<IHttpRequestData> request) {
+    if (!mMultiSession || !mMultiSession->mMultiHandle) {
+        ORVEX_LOGE("Failed get curl multi session");
+        return;
+    }
+    if (!MutexLock()) return;
+    ORVEX_LOGI("##");
+    std::shared_ptr<CurlHttpRequestData> curlRequest =
+        std::dynamic_pointer_cast<CurlHttpRequestData>(request);
+    if (!curlRequest) {
+        ORVEX_LOGE("Failed get curlHttpRequestDataPtr curl multi session");
+        MutexUnlock();
+        return;
+    }
+    std::shared_ptr<CurlSingleEasySession> session = FindSingleEasySessiong(curlRequest->RequestId);
+    if (!session) {
+        ORVEX_LOGE("Failed find curl single easy session ptr");
+        MutexUnlock();
+        return;
+    }
+    DestoryHttpRequest(session);
+    MutexUnlock();
+}
+
+void CurlNetworkConnection::CancelHttpRequest(int requestId) {
+    if (!mMultiSession || !mMultiSession->mMultiHandle) {
+        ORVEX_LOGE("Failed get curl multi session");
+        return;
+    }
+    if (!MutexLock()) return;
+    ORVEX_LOGI("##");
+    std::shared_ptr<CurlSingleEasySession> session = FindSingleEasySessiong(requestId);
+    if (!session) {
+        ORVEX_LOGE("Failed find curl single easy session ptr");
+        MutexUnlock();
+        return;
+    }
+    DestoryHttpRequest(session);
+    MutexUnlock();
+}
+
+void CurlNetworkConnection::CancelAllHttpRequest() {
+    ORVEX_LOGI("##");
+    StopThread();
+    DestoryAllHttpRequest();
+}
+
+void CurlNetworkConnection::DestoryHttpRequest(std::shared_ptr<CurlSingleEasySession> session) {
+    if (!mMultiSession || !session) {
+        ORVEX_LOGE("Invalid Multisession Ptr or curlSingleEasySessiongPtr");
+        return;
+    }
+    curl_multi_remove_handle(mMultiSession->mMultiHandle, session->mEasyHandle);
+    curl_easy_cleanup(session->mEasyHandle);
+    session->mEasyHandle = nullptr;
+    if (session->mHeaderList) curl_slist_free_all(session->mHeaderList);
+    session->mHeaderList = nullptr;
+    mMultiSession->mEasySessionList.remove(session);
+    // Reported as "request completed" with the mutex still held: the listener must not call
+    // back into the engine from here.
+    if (mListener) mListener->OnHttpRequestCompleted(session->mRequest);
+}
+
+void CurlNetworkConnection::DestoryAllHttpRequest() {
+    if (!mMultiSession || !mMultiSession->mMultiHandle) {
+        ORVEX_LOGE("Failed get curl multi session");
+        return;
+    }
+    if (!MutexLock()) return;
+    ORVEX_LOGI("##");
+    curl_multi_cleanup(mMultiSession->mMultiHandle);
+    mMultiSession->mMultiHandle = nullptr;
+    for (auto& session : mMultiSession->mEasySessionList) {
+        if (session->mHeaderList) curl_slist_free_all(session->mHeaderList);
+        session->mHeaderList = nullptr;
+        curl_easy_cleanup(session->mEasyHandle);
+        session->mEasyHandle = nullptr;
+    }
+    mMultiSession->mEasySessionList.clear();
+    mMultiSession.reset();
+    MutexUnlock();
+}

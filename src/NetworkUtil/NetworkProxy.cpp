@@ -1,0 +1,186 @@
+#include "NetworkProxy.h"
+
+#include <new>
+
+#include "CurlHttpRequestData.h"
+#include "CurlHttpResponseData.h"
+#include "CurlNetworkConnection.h"
+#include "OrvexLog.h"
+
+NetworkProxy* NetworkProxy::mInstance = nullptr;
+
+namespace {
+
+int requestIdOf(const std::shared_ptr<IHttpRequestData>& request) {
+    auto* curlRequest = dynamic_cast<CurlHttpRequestData*>(request.get());
+    return curlRequest ? curlRequest->RequestId : -1;
+}
+
+}  // namespace
+
+NetworkProxy* NetworkProxy::GetInstance() {
+    if (!mInstance) {
+        mInstance = new (std::nothrow) NetworkProxy();
+        if (!mInstance) ORVEX_LOGE("_pInstance is NULL");
+    }
+    return mInstance;
+}
+
+void NetworkProxy::Destory() {
+    delete mInstance;
+    mInstance = nullptr;
+}
+
+NetworkProxy::NetworkProxy() : mListenerIdCounter(0), mRequestIdCounter(0) {
+    auto connection = std::make_shared<CurlNetworkConnection>();
+    connection->SetListener(this);
+    mNetworkConnection = connection;
+}
+
+NetworkProxy::~NetworkProxy() {
+    mListenerMap.clear();
+    mRequestMap.clear();
+    // Cancels whatever is still in flight; the engine tells nobody, so no listener is called.
+    mNetworkConnection.reset();
+}
+
+int NetworkProxy::GetHttpNetworkProxyReqID() {
+    if (mListenerMap.empty()) {
+        mListenerIdCounter = 0;
+        return 0;
+    }
+    return ++mListenerIdCounter;
+}
+
+int NetworkProxy::GetHttpReqID() {
+    if (mRequestMap.empty()) {
+        mRequestIdCounter = 0;
+        return 0;
+    }
+    return ++mRequestIdCounter;
+}
+
+int NetworkProxy::RegisterHttpNetworkEventListener(HttpNetworkEventListner* listener) {
+    if (!listener) return -1;
+    int existing = FindHttpNetworkProxyReqID(listener);
+    if (existing >= 0) {
+        ORVEX_LOGE("Already register listener");
+        return existing;
+    }
+    int id = GetHttpNetworkProxyReqID();
+    mListenerMap[id] = listener;
+    return id;
+}
+
+void NetworkProxy::UnRegisterHttpNetworkEventListener(HttpNetworkEventListner* listener) {
+    if (mListenerMap.empty()) {
+        mRequestIdCounter = 0;
+        return;
+    }
+    mListenerMap.erase(FindHttpNetworkProxyReqID(listener));
+    if (mListenerMap.empty()) mRequestIdCounter = 0;
+}
+
+void NetworkProxy::UnRegisterHttpNetworkEventListener(int listenerId) {
+    if (mListenerMap.empty()) {
+        mRequestIdCounter = 0;
+        return;
+    }
+    mListenerMap.erase(listenerId);
+    if (mListenerMap.empty()) mRequestIdCounter = 0;
+}
+
+int NetworkProxy::FindHttpNetworkProxyReqID(HttpNetworkEventListner* listener) {
+    for (const auto& entry : mListenerMap)
+        if (entry.second == listener) return entry.first;
+    return -1;
+}
+
+HttpNetworkEventListner* NetworkProxy::FindHttpNetworkEventListner(int requestId) {
+    auto it = mRequestMap.find(requestId);
+    if (it == mRequestMap.end()) {
+        ORVEX_LOGE("invalid request id");
+        return nullptr;
+    }
+    // A listener unregistered while its request ran leaves a null entry behind.
+    return mListenerMap[it->second];
+}
+
+void NetworkProxy::RegisterDataUsageToSystem() {}
+
+void NetworkProxy::HttpRequest(const NetProxyHttpReqData& request, int listenerId) {
+    if (mListenerMap.find(listenerId) == mListenerMap.end()) {
+        ORVEX_LOGE("Invalid networkReqID");
+        return;
+    }
+    RegisterDataUsageToSystem();
+
+    auto curlRequest = std::make_shared<CurlHttpRequestData>();
+    curlRequest->RequestId = GetHttpReqID();
+    curlRequest->URL = request.URL;
+    if (!request.Body.empty()) curlRequest->Body = request.Body;
+    for (const std::string& header : request.Headers)
+        if (!header.empty()) curlRequest->Headers.push_back(header);
+    mRequestMap[curlRequest->RequestId] = listenerId;
+
+    if (mNetworkConnection) mNetworkConnection->HttpRequest(curlRequest);
+}
+
+void NetworkProxy::HttpCancel(int requestId) {
+    if (mRequestMap.find(requestId) == mRequestMap.end()) {
+        ORVEX_LOGE("Invalid reqID");
+        return;
+    }
+    if (!mNetworkConnection) {
+        ORVEX_LOGE("Invalid network proxyt ptr");
+        return;
+    }
+    mNetworkConnection->CancelHttpRequest(requestId);
+}
+
+void NetworkProxy::OnHttpRequestCompleted(std::shared_ptr<IHttpRequestData> request) {
+    int requestId = requestIdOf(request);
+    HttpNetworkEventListner* listener = FindHttpNetworkEventListner(requestId);
+    if (!listener) return;
+    listener->OnHttpRequestCompleted(requestId);
+}
+
+void NetworkProxy::OnHttpRequestFailed(std::shared_ptr<IHttpRequestData> request) {
+    int requestId = requestIdOf(request);
+    HttpNetworkEventListner* listener = FindHttpNetworkEventListner(requestId);
+    if (!listener) return;
+    mRequestMap.erase(requestId);
+    listener->OnHttpRequestFailed();
+}
+
+void NetworkProxy::OnHttpRequestCancelCompleted(std::shared_ptr<IHttpRequestData> request) {
+    int requestId = requestIdOf(request);
+    HttpNetworkEventListner* listener = FindHttpNetworkEventListner(requestId);
+    if (!listener) return;
+    mRequestMap.erase(requestId);
+    listener->OnHttpRequestCancelCompleted();
+}
+
+void NetworkProxy::OnHttpResponseCompleted(std::shared_ptr<IHttpRequestData> request,
+                                           std::shared_ptr<IHttpResponseData> response) {
+    int requestId = requestIdOf(request);
+    HttpNetworkEventListner* listener = FindHttpNetworkEventListner(requestId);
+    if (!listener) return;
+    mRequestMap.erase(requestId);
+    auto* curlResponse = dynamic_cast<CurlHttpResponseData*>(response.get());
+    if (!curlResponse) {
+        listener->OnHttpResponseFailed(requestId);
+        return;
+    }
+    CurlHttpTotalPacketData* packet = curlResponse->PacketData.get();
+    listener->OnHttpResponseCompleted(requestId, packet ? packet->Buffer : nullptr,
+                                      packet ? packet->Length : 0);
+}
+
+void NetworkProxy::OnHttpResponseFailed(std::shared_ptr<IHttpRequestData> request) {
+    int requestId = requestIdOf(request);
+    HttpNetworkEventListner* listener = FindHttpNetworkEventListner(requestId);
+    if (!listener) return;
+    mRequestMap.erase(requestId);
+    listener->OnHttpResponseFailed(requestId);
+}

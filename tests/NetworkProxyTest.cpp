@@ -1,0 +1,237 @@
+// NetworkProxy: the listener registry, id allocation and the forwarding of engine events, end to
+// end against the local servers.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+
+#include <orvex_host/connection_control.h>
+
+#include "CurlHooks.h"
+#include "CurlHttpRequestData.h"
+#include "CurlHttpResponseData.h"
+#include "HostFixture.h"
+#include "HttpEvents.h"
+#include "MainLoop.h"
+#include "NetworkProxy.h"
+#include "TestHttpServer.h"
+
+using namespace orvex_test;
+
+namespace {
+
+class NetworkProxyTest : public HostTest {
+protected:
+    void SetUp() override {
+        HostTest::SetUp();
+        orvex_host_connection_set_proxy("");
+        proxy = NetworkProxy::GetInstance();
+        ASSERT_NE(nullptr, proxy);
+    }
+    void TearDown() override {
+        NetworkProxy::Destory();
+        curlHooksReset();
+        HostTest::TearDown();
+    }
+
+    NetProxyHttpReqData get(const std::string& url) {
+        NetProxyHttpReqData r;
+        r.URL = url;
+        return r;
+    }
+
+    NetworkProxy* proxy = nullptr;
+};
+
+std::shared_ptr<IHttpRequestData> record(int id) {
+    auto r = std::make_shared<CurlHttpRequestData>();
+    r->RequestId = id;
+    return r;
+}
+
+TEST_F(NetworkProxyTest, SingletonLifecycle) {
+    EXPECT_EQ(proxy, NetworkProxy::GetInstance());
+    NetworkProxy::Destory();
+    NetworkProxy::Destory();  // harmless twice
+    clearLog();
+    {
+        FailNothrowNew failing;
+        EXPECT_EQ(nullptr, NetworkProxy::GetInstance());
+    }
+    EXPECT_EQ((std::vector<std::string>{"_pInstance is NULL"}), errors());
+    proxy = NetworkProxy::GetInstance();
+    EXPECT_NE(nullptr, proxy);
+}
+
+TEST_F(NetworkProxyTest, ListenerIdsAndRegistry) {
+    ClientEvents a, b, c;
+    EXPECT_EQ(-1, proxy->RegisterHttpNetworkEventListener(nullptr));
+    EXPECT_EQ(0, proxy->RegisterHttpNetworkEventListener(&a));
+    EXPECT_EQ(1, proxy->RegisterHttpNetworkEventListener(&b));
+    EXPECT_TRUE(errors().empty());
+    EXPECT_EQ(0, proxy->RegisterHttpNetworkEventListener(&a));
+    EXPECT_EQ((std::vector<std::string>{"Already register listener"}), errors());
+    EXPECT_EQ(1, proxy->FindHttpNetworkProxyReqID(&b));
+    EXPECT_EQ(-1, proxy->FindHttpNetworkProxyReqID(&c));
+
+    // Ids count up while anyone is registered, and restart at 0 once nobody is.
+    proxy->UnRegisterHttpNetworkEventListener(&a);
+    EXPECT_EQ(2, proxy->RegisterHttpNetworkEventListener(&c));
+    proxy->UnRegisterHttpNetworkEventListener(&c);  // by pointer
+    proxy->UnRegisterHttpNetworkEventListener(&c);  // unknown: erases nothing
+    proxy->UnRegisterHttpNetworkEventListener(1);   // by id, now empty
+    proxy->UnRegisterHttpNetworkEventListener(1);   // empty registry
+    EXPECT_EQ(-1, proxy->FindHttpNetworkProxyReqID(&b));
+    EXPECT_EQ(0, proxy->RegisterHttpNetworkEventListener(&c));
+}
+
+TEST_F(NetworkProxyTest, RequestsReachTheirListenerWithTheirIds) {
+    TestHttpServer server;
+    server.route("/a", {200, {}, "alpha"});
+    server.route("/empty", {200, {}, ""});
+    server.route("/post", {200, {}, "posted"});
+    ClientEvents first, second;
+    int firstId = proxy->RegisterHttpNetworkEventListener(&first);
+    int secondId = proxy->RegisterHttpNetworkEventListener(&second);
+
+    proxy->HttpRequest(get(server.url("/a")), firstId);
+    proxy->HttpRequest(get(server.url("/empty")), secondId);
+    NetProxyHttpReqData post = get(server.url("/post"));
+    post.Body = "k=v";
+    post.Headers = {"", "X-Order: 1", "", "X-Order-Two: 2"};
+    proxy->HttpRequest(post, firstId);
+    EXPECT_EQ((std::vector<int>{0, 2}), first.acceptedIds);
+    EXPECT_EQ((std::vector<int>{1}), second.acceptedIds);
+
+    ASSERT_TRUE(runUntil([&] { return first.finished == 2 && second.finished == 1; }));
+    EXPECT_EQ("alpha", first.bodies[0]);
+    EXPECT_EQ("posted", first.bodies[2]);
+    // An empty body arrives as a null pointer and length 0.
+    ASSERT_EQ(1u, second.bodies.count(1));
+    EXPECT_TRUE(second.nullData[1]);
+    auto received = server.requests();
+    auto postReq = std::find_if(received.begin(), received.end(),
+                                [](const ReceivedRequest& r) { return r.path == "/post"; });
+    ASSERT_NE(received.end(), postReq);
+    EXPECT_EQ("POST", postReq->method);
+    EXPECT_EQ("k=v", postReq->body);
+    std::vector<std::string> names;
+    for (const auto& h : postReq->headers)
+        if (h.first.rfind("X-Order", 0) == 0) names.push_back(h.first);
+    EXPECT_EQ((std::vector<std::string>{"X-Order", "X-Order-Two"}), names);
+
+    // Nothing outstanding: the next request is id 0 again.
+    proxy->HttpRequest(get(server.url("/a")), secondId);
+    EXPECT_EQ((std::vector<int>{1, 0}), second.acceptedIds);
+    ASSERT_TRUE(runUntil([&] { return second.finished == 2; }));
+}
+
+TEST_F(NetworkProxyTest, RejectsUnknownListenersAndRequests) {
+    ClientEvents client;
+    proxy->HttpRequest(get("http://127.0.0.1:9/"), 3);
+    proxy->HttpCancel(0);
+    EXPECT_EQ((std::vector<std::string>{"Invalid networkReqID", "Invalid reqID"}), errors());
+    auto lines = logLines();
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(0u, lines[0].text.find("NetworkProxy.cpp: HttpRequest("));
+    EXPECT_NE(std::string::npos, lines[0].text.find(") > " + errorText("Invalid networkReqID")));
+    EXPECT_EQ("ORVEX", lines[0].tag);
+    EXPECT_TRUE(curlOptionCalls().empty());
+
+    clearLog();
+    EXPECT_EQ(nullptr, proxy->FindHttpNetworkEventListner(5));
+    proxy->OnHttpResponseFailed(record(5));
+    proxy->OnHttpRequestCompleted(record(5));
+    EXPECT_EQ((std::vector<std::string>{"invalid request id", "invalid request id",
+                                        "invalid request id"}),
+              errors());
+    EXPECT_TRUE(client.events.empty());
+}
+
+TEST_F(NetworkProxyTest, CancelledRequestsKeepTheirEntryAndIdsCountOn) {
+    TestHttpServer server;
+    server.route("/hold", {200, {}, "", false, false, 0, true});
+    server.route("/ok", {200, {}, "ok"});
+    ClientEvents client;
+    int id = proxy->RegisterHttpNetworkEventListener(&client);
+
+    proxy->HttpRequest(get(server.url("/hold")), id);
+    ASSERT_TRUE(runUntil([&] { return server.heldCount() == 1; }));
+    proxy->HttpCancel(0);
+    // The cancel is reported as "request completed" for the same id; no response follows.
+    EXPECT_EQ((std::vector<std::string>{"accepted 0", "accepted 0"}), client.events);
+    EXPECT_EQ(&client, proxy->FindHttpNetworkEventListner(0));
+
+    // The cancelled entry is still there, so ids keep counting.
+    proxy->HttpRequest(get(server.url("/ok")), id);
+    EXPECT_EQ(1, client.acceptedIds.back());
+    ASSERT_TRUE(runUntil([&] { return client.finished == 1; }));
+    EXPECT_EQ("ok", client.bodies[1]);
+    proxy->HttpRequest(get(server.url("/ok")), id);
+    EXPECT_EQ(2, client.acceptedIds.back());
+    ASSERT_TRUE(runUntil([&] { return client.finished == 2; }));
+    server.releaseHeld();
+}
+
+TEST_F(NetworkProxyTest, EventsForAnUnregisteredListenerGoNowhere) {
+    TestHttpServer server;
+    server.route("/slow", {200, {}, "late", false, false, 100});
+    ClientEvents keeper, client;
+    int keeperId = proxy->RegisterHttpNetworkEventListener(&keeper);
+    int clientId = proxy->RegisterHttpNetworkEventListener(&client);
+    proxy->HttpRequest(get(server.url("/slow")), clientId);
+    ASSERT_EQ(1u, client.events.size());
+    proxy->UnRegisterHttpNetworkEventListener(&client);
+
+    // The response finds a null entry for the old listener id and calls nobody; the request's
+    // entry stays, so the next id is not 0.
+    ASSERT_TRUE(runUntil([&] { return logged(DLOG_INFO, "##"); }));
+    drainPending();
+    EXPECT_EQ(1u, client.events.size());
+    EXPECT_TRUE(keeper.events.empty());
+    EXPECT_EQ(nullptr, proxy->FindHttpNetworkEventListner(0));
+    proxy->HttpRequest(get(server.url("/slow")), keeperId);
+    EXPECT_EQ((std::vector<int>{1}), keeper.acceptedIds);
+    ASSERT_TRUE(runUntil([&] { return keeper.finished == 1; }));
+    // The null entry took the old id, so a new listener gets the next one.
+    ClientEvents late;
+    EXPECT_EQ(2, proxy->RegisterHttpNetworkEventListener(&late));
+}
+
+TEST_F(NetworkProxyTest, ForwardsEveryEngineEvent) {
+    ClientEvents client;
+    int id = proxy->RegisterHttpNetworkEventListener(&client);
+    TestHttpServer server;
+    server.route("/hold", {200, {}, "", false, false, 0, true});
+    // Put ids 0..3 in the request map, owned by the client.
+    for (int i = 0; i < 4; ++i) proxy->HttpRequest(get(server.url("/hold")), id);
+    client.events.clear();
+
+    struct OtherResponse : IHttpResponseData {};
+    proxy->OnHttpRequestFailed(record(0));
+    proxy->OnHttpRequestCancelCompleted(record(1));
+    proxy->OnHttpResponseCompleted(record(2), std::make_shared<OtherResponse>());
+    auto response = std::make_shared<CurlHttpResponseData>();
+    response->PacketData = std::make_shared<CurlHttpTotalPacketData>();
+    response->PacketData->Buffer = new unsigned char[3]{'x', 'y', 'z'};
+    response->PacketData->Length = 3;
+    proxy->OnHttpResponseCompleted(record(3), response);
+    EXPECT_EQ((std::vector<std::string>{"request failed", "cancel completed", "response failed 2",
+                                        "response 3"}),
+              client.events);
+    EXPECT_EQ("xyz", client.bodies[3]);
+    // Each of those ended its request.
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(nullptr, proxy->FindHttpNetworkEventListner(i));
+    server.releaseHeld();
+}
+
+TEST_F(NetworkProxyTest, AQueueingFailureReachesTheClient) {
+    ClientEvents client;
+    int id = proxy->RegisterHttpNetworkEventListener(&client);
+    curlFailNext("curl_multi_init", 1);
+    proxy->HttpRequest(get("http://127.0.0.1:9/"), id);
+    EXPECT_EQ((std::vector<std::string>{"request failed"}), client.events);
+    EXPECT_EQ(nullptr, proxy->FindHttpNetworkEventListner(0));
+}
+
+}  // namespace

@@ -1,0 +1,122 @@
+#include "RawSocketServer.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace orvex_test {
+
+RawSocketServer::RawSocketServer() {
+    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) return;
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof addr;
+    if (bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || listen(fd, 64) != 0 ||
+        getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) != 0 ||
+        pipe2(wakePipe_, O_CLOEXEC) != 0) {
+        close(fd);
+        return;
+    }
+    port_ = ntohs(addr.sin_port);
+    listenFd_ = fd;
+    acceptor_ = std::thread([this] { acceptLoop(); });
+}
+
+RawSocketServer::~RawSocketServer() {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        stopping_ = true;
+        for (int fd : openFds_) shutdown(fd, SHUT_RDWR);
+    }
+    stopped_.notify_all();
+    if (wakePipe_[1] >= 0) (void)!write(wakePipe_[1], "x", 1);
+    if (acceptor_.joinable()) acceptor_.join();
+    for (auto& t : workers_) t.join();
+    if (listenFd_ >= 0) close(listenFd_);
+    for (int fd : wakePipe_)
+        if (fd >= 0) close(fd);
+}
+
+std::string RawSocketServer::url(const std::string& pathAndQuery) const {
+    return "http://127.0.0.1:" + std::to_string(port_) + pathAndQuery;
+}
+
+void RawSocketServer::setAction(Action action, std::string reply) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    action_ = action;
+    reply_ = std::move(reply);
+}
+
+std::vector<std::string> RawSocketServer::requests() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return requests_;
+}
+
+int RawSocketServer::acceptedCount() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return accepted_;
+}
+
+void RawSocketServer::acceptLoop() {
+    for (;;) {
+        pollfd fds[2] = {{listenFd_, POLLIN, 0}, {wakePipe_[0], POLLIN, 0}};
+        if (poll(fds, 2, -1) < 0) continue;
+        if (fds[1].revents) return;
+        int fd = accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
+        if (fd < 0) continue;
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (stopping_) {
+            close(fd);
+            return;
+        }
+        ++accepted_;
+        openFds_.push_back(fd);
+        workers_.emplace_back([this, fd] { serve(fd); });
+    }
+}
+
+void RawSocketServer::serve(int fd) {
+    Action action;
+    std::string reply;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        action = action_;
+        reply = reply_;
+    }
+    if (action != Action::CloseImmediately) {
+        std::string head;
+        char buf[4096];
+        while (head.find("\r\n\r\n") == std::string::npos) {
+            ssize_t n = read(fd, buf, sizeof buf);
+            if (n <= 0) break;
+            head.append(buf, static_cast<size_t>(n));
+        }
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            requests_.push_back(head);
+        }
+        if (action == Action::Reply) {
+            size_t off = 0;
+            while (off < reply.size()) {
+                ssize_t n = send(fd, reply.data() + off, reply.size() - off, MSG_NOSIGNAL);
+                if (n <= 0) break;
+                off += static_cast<size_t>(n);
+            }
+        } else if (action == Action::Hold) {
+            std::unique_lock<std::mutex> lock(mutex_);
+            stopped_.wait(lock, [this] { return stopping_; });
+        }
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    openFds_.erase(std::remove(openFds_.begin(), openFds_.end(), fd), openFds_.end());
+    close(fd);
+}
+
+}  // namespace orvex_test
