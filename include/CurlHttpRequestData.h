@@ -16,6 +16,7 @@ public:
     int RequestId;
     /** @brief Non-empty header lines, in the client's order. */
     std::list<std::string> Headers;
+    /** @brief The complete URL. */
     std::string URL;
     /** @brief POST payload; empty for a GET. libcurl reads it in place until the transfer ends. */
     std::string Body;

@@ -11,6 +11,7 @@ class CurlHttpResponseData : public IHttpResponseData {
 public:
     virtual ~CurlHttpResponseData() {}
 
+    /** @brief The body received. */
     std::shared_ptr<CurlHttpTotalPacketData> PacketData;
 };
 

@@ -15,6 +15,7 @@ public:
     virtual void OnHttpRequestCompleted(int requestId) = 0;
     /** @brief The request could not be queued. */
     virtual void OnHttpRequestFailed() = 0;
+    /** @brief A cancel has been carried out. */
     virtual void OnHttpRequestCancelCompleted() = 0;
     /**
      * @brief The answer arrived with status 200. data (null when the body is empty) is valid only

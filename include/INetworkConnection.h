@@ -10,9 +10,13 @@ class INetworkConnection {
 public:
     virtual ~INetworkConnection() {}
 
+    /** @brief Queues the request; results arrive on the main loop. */
     virtual void HttpRequest(std::shared_ptr<IHttpRequestData> request) = 0;
+    /** @brief Cancels the request's transfer if it is still known. */
     virtual void CancelHttpRequest(std::shared_ptr<IHttpRequestData> request) = 0;
+    /** @brief Cancels the transfer with this request id if it is still known. */
     virtual void CancelHttpRequest(int requestId) = 0;
+    /** @brief Cancels every transfer. */
     virtual void CancelAllHttpRequest() = 0;
 };
 

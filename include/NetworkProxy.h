@@ -25,7 +25,9 @@ public:
     /** @brief Registers a listener and returns its id; -1 for null. A known listener keeps its id.
      */
     int RegisterHttpNetworkEventListener(HttpNetworkEventListner* listener);
+    /** @brief Forgets a listener; its outstanding requests are no longer reported. */
     void UnRegisterHttpNetworkEventListener(HttpNetworkEventListner* listener);
+    /** @brief Forgets the listener registered under the id. */
     void UnRegisterHttpNetworkEventListener(int listenerId);
     /** @brief The id the listener is registered under, or -1. */
     int FindHttpNetworkProxyReqID(HttpNetworkEventListner* listener);

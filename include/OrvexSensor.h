@@ -48,8 +48,11 @@ public:
      */
     bool getSensorRecorder(long time);
 
+    /** @brief Pressure events from the sensor service, checked and passed to the listener. */
     static void _sensorCallBack(void* sensor, sensor_event_s* event, void* data);
+    /** @brief Trend sensor events, passed to the listener unchanged. */
     static void _indicatorSensorCb(void* sensor, sensor_event_s* event, void* data);
+    /** @brief One recorded value from the recorder; the last one also completes the read. */
     static bool _sensorRecorderCallBack(sensor_type_e type, void* data, int remains,
                                         sensor_error_e error, void* userData);
 
