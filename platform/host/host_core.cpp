@@ -18,6 +18,7 @@ namespace orvex_host {
 namespace {
 
 struct Fault {
+    int skip;       // calls that still succeed before the failures start
     int remaining;  // -1: until cleared
     int code;
 };
@@ -75,6 +76,10 @@ bool fault(const char* function, int* code) {
     std::lock_guard<std::mutex> lock(g_faultMutex);
     auto it = g_faults.find(function);
     if (it == g_faults.end()) return false;
+    if (it->second.skip > 0) {
+        --it->second.skip;
+        return false;
+    }
     *code = it->second.code;
     if (it->second.remaining > 0 && --it->second.remaining == 0) g_faults.erase(it);
     return true;
@@ -247,9 +252,13 @@ extern "C" int orvex_host_reset(void) {
 }
 
 extern "C" void orvex_host_fail_next(const char* function, int count, int code) {
+    orvex_host_fail_after(function, 0, count, code);
+}
+
+extern "C" void orvex_host_fail_after(const char* function, int skip, int count, int code) {
     if (!function || count == 0) return;
     std::lock_guard<std::mutex> lock(g_faultMutex);
-    g_faults[function] = Fault{count < 0 ? -1 : count, code};
+    g_faults[function] = Fault{skip > 0 ? skip : 0, count < 0 ? -1 : count, code};
 }
 
 extern "C" void orvex_host_clear_faults(void) {

@@ -19,15 +19,15 @@ typedef enum {
     PREFERENCE_ERROR_TYPE_MISMATCH = -0x01100031,
 } preference_error_e;
 
-int preference_set_int(const char *key, int value);
-int preference_get_int(const char *key, int *value);
-int preference_set_double(const char *key, double value);
-int preference_get_double(const char *key, double *value);
-int preference_set_string(const char *key, const char *value);
+int preference_set_int(const char* key, int value);
+int preference_get_int(const char* key, int* value);
+int preference_set_double(const char* key, double value);
+int preference_get_double(const char* key, double* value);
+int preference_set_string(const char* key, const char* value);
 /* On success *value is a newly allocated copy that the caller frees with free(). */
-int preference_get_string(const char *key, char **value);
-int preference_remove(const char *key);
-int preference_is_existing(const char *key, bool *existing);
+int preference_get_string(const char* key, char** value);
+int preference_remove(const char* key);
+int preference_is_existing(const char* key, bool* existing);
 
 #ifdef __cplusplus
 }

@@ -32,7 +32,7 @@ typedef enum {
 #define DLOG_ERROR_INVALID_PARAMETER (-22)
 
 /* Writes one log line. Returns the number of bytes written or a negative error. */
-int __dlog_print(log_id_t log_id, int prio, const char *tag, const char *fmt, ...)
+int __dlog_print(log_id_t log_id, int prio, const char* tag, const char* fmt, ...)
     __attribute__((format(printf, 4, 5)));
 
 #ifdef __cplusplus

@@ -24,19 +24,19 @@ typedef enum {
     SENSOR_ERROR_PERMISSION_DENIED = -EACCES,
     SENSOR_ERROR_OUT_OF_MEMORY = -ENOMEM,
     SENSOR_ERROR_NO_DATA = -ENODATA,
-    SENSOR_ERROR_OPERATION_FAILED = -0x0243FFFA,  /* 0xFDBC0006 */
-    SENSOR_ERROR_ALREADY_STARTED = -0x0243FFF9,   /* 0xFDBC0007: recording of the type runs already */
+    SENSOR_ERROR_OPERATION_FAILED = -0x0243FFFA, /* 0xFDBC0006 */
+    SENSOR_ERROR_ALREADY_STARTED = -0x0243FFF9, /* 0xFDBC0007: recording of the type runs already */
 } sensor_error_e;
 
 typedef enum {
     SENSOR_ALL = -1,
     SENSOR_ACCELEROMETER = 0,
-    SENSOR_PRESSURE = 9,              /* values: hPa, hPa/h, deg C, status (0.0: not working) */
-    SENSOR_PRESSURE_TREND = 0x200A,   /* values: change over the trend window (hPa), tendency */
+    SENSOR_PRESSURE = 9,            /* values: hPa, hPa/h, deg C, status (0.0: not working) */
+    SENSOR_PRESSURE_TREND = 0x200A, /* values: change over the trend window (hPa), tendency */
 } sensor_type_e;
 
 typedef enum {
-    SENSOR_OPTION_DEFAULT = 0,          /* events only while the display is on */
+    SENSOR_OPTION_DEFAULT = 0, /* events only while the display is on */
     SENSOR_OPTION_ON_IN_SCREEN_OFF = 1,
     SENSOR_OPTION_ON_IN_POWERSAVE_MODE = 2,
     SENSOR_OPTION_ALWAYS_ON = 3,
@@ -44,9 +44,9 @@ typedef enum {
 
 /* Attributes of the trend sensor's listener; the host keeps them and reports them back. */
 typedef enum {
-    SENSOR_ATTRIBUTE_TREND_WINDOW = 0x200A81,  /* 0: the default window of three hours */
-    SENSOR_ATTRIBUTE_TREND_FLUSH = 0x200A82,   /* written when the listener is about to go */
-    SENSOR_ATTRIBUTE_TREND_ALERT = 0x200A83,   /* 0: no tendency alerts */
+    SENSOR_ATTRIBUTE_TREND_WINDOW = 0x200A81, /* 0: the default window of three hours */
+    SENSOR_ATTRIBUTE_TREND_FLUSH = 0x200A82,  /* written when the listener is about to go */
+    SENSOR_ATTRIBUTE_TREND_ALERT = 0x200A83,  /* 0: no tendency alerts */
 } sensor_attribute_e;
 
 typedef enum {
@@ -60,8 +60,8 @@ typedef enum {
 #define SENSOR_EVENT_MAX_VALUES 16
 
 typedef struct {
-    int accuracy;                  /* sensor_data_accuracy_e */
-    unsigned long long timestamp;  /* microseconds since the epoch */
+    int accuracy;                 /* sensor_data_accuracy_e */
+    unsigned long long timestamp; /* microseconds since the epoch */
     int value_count;
     float values[SENSOR_EVENT_MAX_VALUES];
 } sensor_event_s;
@@ -99,14 +99,14 @@ typedef enum {
 } sensor_recorder_option_e;
 
 typedef enum {
-    SENSOR_RECORDER_QUERY_START_TIME = 0,  /* seconds since the epoch */
+    SENSOR_RECORDER_QUERY_START_TIME = 0, /* seconds since the epoch */
     SENSOR_RECORDER_QUERY_END_TIME = 1,
-    SENSOR_RECORDER_QUERY_ANCHOR_TIME = 2, /* records are aligned to it */
+    SENSOR_RECORDER_QUERY_ANCHOR_TIME = 2,   /* records are aligned to it */
     SENSOR_RECORDER_QUERY_TIME_INTERVAL = 3, /* minutes per record; 0: one record per sample */
 } sensor_recorder_query_e;
 
 typedef enum {
-    SENSOR_RECORDER_DATA_PRESSURE = 48,      /* mean over the record's range, hPa */
+    SENSOR_RECORDER_DATA_PRESSURE = 48, /* mean over the record's range, hPa */
     SENSOR_RECORDER_DATA_MIN_PRESSURE = 49,
     SENSOR_RECORDER_DATA_MAX_PRESSURE = 50,
 } sensor_recorder_data_e;
@@ -126,17 +126,17 @@ int sensor_recorder_option_set_int(sensor_recorder_option_h option,
                                    sensor_recorder_option_e attribute, int value);
 int sensor_recorder_create_query(sensor_recorder_query_h* query);
 int sensor_recorder_destroy_query(sensor_recorder_query_h query);
-int sensor_recorder_query_set_time(sensor_recorder_query_h query,
-                                   sensor_recorder_query_e attribute, time_t t);
-int sensor_recorder_query_set_int(sensor_recorder_query_h query,
-                                  sensor_recorder_query_e attribute, int value);
+int sensor_recorder_query_set_time(sensor_recorder_query_h query, sensor_recorder_query_e attribute,
+                                   time_t t);
+int sensor_recorder_query_set_int(sensor_recorder_query_h query, sensor_recorder_query_e attribute,
+                                  int value);
 /* Accepts the query and delivers its records later; a query that finds nothing delivers nothing. */
 int sensor_recorder_read(sensor_type_e type, sensor_recorder_query_h query,
                          sensor_recorder_data_cb callback, void* user_data);
 int sensor_recorder_data_get_time(sensor_recorder_data_h data, time_t* start_time,
                                   time_t* end_time);
-int sensor_recorder_data_get_double(sensor_recorder_data_h data,
-                                    sensor_recorder_data_e attribute, double* value);
+int sensor_recorder_data_get_double(sensor_recorder_data_h data, sensor_recorder_data_e attribute,
+                                    double* value);
 
 #ifdef __cplusplus
 }

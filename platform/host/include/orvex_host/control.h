@@ -18,13 +18,13 @@ extern "C" {
  * The directory that holds the host's stores: $ORVEX_HOST_HOME, else $XDG_DATA_HOME/orvex, else
  * ~/.local/share/orvex, unless orvex_host_set_data_dir() chose another. Created 0700 on first use.
  */
-const char *orvex_host_data_dir(void);
+const char* orvex_host_data_dir(void);
 
 /*
  * Uses path as the data directory from now on (closing the stores of the previous one). NULL goes
  * back to the directory the environment names, resolved again on next use.
  */
-int orvex_host_set_data_dir(const char *path);
+int orvex_host_set_data_dir(const char* path);
 
 /*
  * Starts afresh: a new empty data directory under the system's temporary directory, no faults, an
@@ -38,27 +38,31 @@ int orvex_host_reset(void);
  * Makes the next `count` calls of the named platform function (for example "preference_get_int")
  * fail with `code` instead of doing their work. A count of -1 fails every call until cleared.
  */
-void orvex_host_fail_next(const char *function, int count, int code);
+void orvex_host_fail_next(const char* function, int count, int code);
+/* The same after letting `skip` calls of the function succeed first. */
+void orvex_host_fail_after(const char* function, int skip, int count, int code);
 void orvex_host_clear_faults(void);
 
 /* ---- Log ---- */
 
-/* Lines of at least this priority also go to stderr (default DLOG_ERROR, or $ORVEX_HOST_LOG_LEVEL). */
+/* Lines of at least this priority also go to stderr (default DLOG_ERROR, or $ORVEX_HOST_LOG_LEVEL).
+ */
 void orvex_host_log_set_stderr_threshold(int prio);
 /* Number of lines captured since the last reset or clear. */
 size_t orvex_host_log_count(void);
-/* Copies captured line i (its message as formatted, without tag) into a new string; NULL past the end. */
-char *orvex_host_log_line(size_t i, int *prio, char **tag);
+/* Copies captured line i (its message as formatted, without tag) into a new string; NULL past the
+ * end. */
+char* orvex_host_log_line(size_t i, int* prio, char** tag);
 void orvex_host_log_clear(void);
 
 /* ---- System settings ---- */
 
 /* Overrides a system setting; persisted in the data directory. */
-int orvex_host_vconf_set_int(const char *key, int value);
+int orvex_host_vconf_set_int(const char* key, int value);
 /* A NULL value makes vconf_get_str() answer NULL for the key. */
-int orvex_host_vconf_set_str(const char *key, const char *value);
+int orvex_host_vconf_set_str(const char* key, const char* value);
 /* Drops an override, so the key reads its host default again. */
-int orvex_host_vconf_unset(const char *key);
+int orvex_host_vconf_unset(const char* key);
 
 /* ---- Shared weather model ---- */
 

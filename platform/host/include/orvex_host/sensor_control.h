@@ -18,14 +18,14 @@ extern "C" {
 /* ---- Back end ---- */
 
 /* "sim", "iio" or "trace"; NULL returns to the default. -EINVAL for another name. */
-int orvex_host_sensor_set_backend(const char *name);
+int orvex_host_sensor_set_backend(const char* name);
 /* The back end in use: "sim", "iio" or "trace". */
-const char *orvex_host_sensor_backend(void);
+const char* orvex_host_sensor_backend(void);
 /* Why the back end cannot deliver pressure (no device, unreadable trace...); NULL when it can. */
-const char *orvex_host_sensor_backend_problem(void);
+const char* orvex_host_sensor_backend_problem(void);
 int orvex_host_sensor_set_seed(unsigned int seed);
-int orvex_host_sensor_set_trace(const char *path, int loop);
-int orvex_host_sensor_set_iio_root(const char *path);
+int orvex_host_sensor_set_trace(const char* path, int loop);
+int orvex_host_sensor_set_iio_root(const char* path);
 
 /*
  * Pins the sensors' clock at t seconds since the epoch, so that the sim and trace back ends give
@@ -49,22 +49,22 @@ double orvex_host_sensor_sim_pressure(double t);
  * Delivers one event with the given values (count <= 16) to every started listener of the type
  * that has a callback, on the main loop. Returns the number of listeners it is queued for.
  */
-int orvex_host_sensor_inject(int type, const float *values, int count);
+int orvex_host_sensor_inject(int type, const float* values, int count);
 
 typedef struct {
-    int created;       /* listeners created since the last reset */
-    int live;          /* not yet destroyed */
-    int started;       /* live and started */
-    int with_callback; /* live with an event callback */
+    int created;              /* listeners created since the last reset */
+    int live;                 /* not yet destroyed */
+    int started;              /* live and started */
+    int with_callback;        /* live with an event callback */
     unsigned int interval_ms; /* of the newest live listener */
     int option;               /* of the newest live listener */
-    int events;        /* events delivered since the last reset */
+    int events;               /* events delivered since the last reset */
 } orvex_host_sensor_listener_info;
 
-int orvex_host_sensor_listener_info_get(int type, orvex_host_sensor_listener_info *info);
+int orvex_host_sensor_listener_info_get(int type, orvex_host_sensor_listener_info* info);
 /* The last value written to an attribute of the newest listener of the type (live or not);
  * -ENOENT when none was written. */
-int orvex_host_sensor_listener_attribute(int type, int attribute, int *value);
+int orvex_host_sensor_listener_attribute(int type, int attribute, int* value);
 
 /* ---- Recorder ---- */
 
@@ -73,7 +73,7 @@ int orvex_host_sensor_record_insert(int type, long long time, double value);
 /* Number of stored samples of the type in [from, to]. */
 int orvex_host_sensor_record_count(int type, long long from, long long to);
 /* Whether the type is being recorded, and the retention in hours. */
-int orvex_host_sensor_recorder_state(int type, int *started, int *retention_hours);
+int orvex_host_sensor_recorder_state(int type, int* started, int* retention_hours);
 /* Takes one sample of every recorded type now, as the recorder's timer does. */
 int orvex_host_sensor_recorder_sample_now(void);
 
@@ -85,7 +85,7 @@ typedef struct {
 } orvex_host_sensor_read_info;
 
 /* The last read the recorder accepted; -ENOENT when none since the last reset. */
-int orvex_host_sensor_recorder_last_read(orvex_host_sensor_read_info *info);
+int orvex_host_sensor_recorder_last_read(orvex_host_sensor_read_info* info);
 
 #ifdef __cplusplus
 }

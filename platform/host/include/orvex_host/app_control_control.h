@@ -1,0 +1,52 @@
+/*
+ * Control interface of the host's application control, message ports and weather-agent
+ * simulator (tests and the tool only).
+ */
+#ifndef ORVEX_HOST_APP_CONTROL_CONTROL_H
+#define ORVEX_HOST_APP_CONTROL_CONTROL_H
+
+#include <platform/bundle.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Launch requests accepted since the last reset. */
+int orvex_host_app_launch_count(void);
+
+/* Local ports registered now. */
+int orvex_host_message_port_count(void);
+
+/*
+ * Sends a copy of message to the local port named port_name as if remote_app_id had sent it;
+ * delivered on the main loop. MESSAGE_PORT_ERROR_PORT_NOT_FOUND when no such port exists.
+ */
+int orvex_host_message_port_post(const char* port_name, const char* remote_app_id, bundle* message);
+
+/*
+ * The weather-agent simulator ("com.marveno.weather-agent"). On "GET_CURRENT_WEATHER_INFO" it
+ * answers on the port named by "PORT_ID" with "refreshedTime" (seconds since the epoch, minus the
+ * configured age) and "pressure" (the simulated weather's sea-level pressure at that time, or the
+ * configured text). The settings persist in the data directory, so the tool's choices hold for
+ * later runs.
+ */
+/* Text sent as "pressure" (for example "9999"); NULL goes back to the weather model. */
+int orvex_host_agent_set_pressure(const char* text);
+/* How many seconds old the observation is. */
+int orvex_host_agent_set_age(long long seconds);
+/* Leaves the entry ("refreshedTime" or "pressure") out of the answer; NULL leaves nothing out. */
+int orvex_host_agent_set_missing(const char* key);
+/* Sends the entry with an empty value; NULL sends every entry filled. */
+int orvex_host_agent_set_empty(const char* key);
+/* Non-zero: the agent takes requests but never answers. */
+int orvex_host_agent_set_silent(int silent);
+/* Back to the defaults: model pressure, fresh, complete, answering. */
+int orvex_host_agent_reset(void);
+/* Requests the agent received since the last reset. */
+int orvex_host_agent_request_count(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
