@@ -101,4 +101,42 @@ TEST_F(ToolTest, Conversions) {
     EXPECT_TRUE(has(r.out, "altitude             3243.6 ft")) << r.out;
 }
 
+TEST_F(ToolTest, CalibrateFromTheAgentAndKeepTheHistory) {
+    ToolResult r = tool->run({"--json", "calibrate", "agent"});
+    ASSERT_EQ(0, r.exitCode) << r.err;
+    EXPECT_TRUE(has(r.out, "\"source\": \"weather agent\"")) << r.out;
+    EXPECT_TRUE(has(r.out, "\"history_entries\": 1")) << r.out;
+
+    r = tool->run({"calibrate", "manual", "100", "1000"});
+    ASSERT_EQ(0, r.exitCode) << r.err;
+    EXPECT_TRUE(has(r.out, "sea-level pressure   1011.94 hPa")) << r.out;
+
+    r = tool->run({"history"});
+    ASSERT_EQ(0, r.exitCode) << r.err;
+    EXPECT_TRUE(has(r.out, "sea-level pressure   1011.94 hPa")) << r.out;
+    EXPECT_TRUE(has(r.out, "time                  sea-level pressure")) << r.out;
+
+    r = tool->run({"agent", "set", "--pressure", "9999"});
+    ASSERT_EQ(0, r.exitCode) << r.err;
+    r = tool->run({"calibrate", "agent"});
+    EXPECT_EQ(1, r.exitCode);
+    EXPECT_EQ(
+        "orvex: error: the agent has no sea-level pressure for this location; nothing stored\n",
+        r.err);
+
+    tool->run({"agent", "set", "--age", "4000"});
+    tool->run({"agent", "set", "--pressure", "1000"});
+    r = tool->run({"calibrate", "agent"});
+    EXPECT_EQ("orvex: error: the agent's weather is older than an hour; nothing stored\n", r.err);
+
+    tool->run({"agent", "reset"});
+    tool->run({"agent", "set", "--silent"});
+    r = tool->run({"calibrate", "agent", "--timeout", "0.3"});
+    EXPECT_EQ(1, r.exitCode);
+    EXPECT_EQ("orvex: error: the weather agent did not answer within 0.3 s\n", r.err);
+
+    r = tool->run({"calibrate", "agent", "--timeout", "-1"});
+    EXPECT_EQ("orvex: error: the time-out must be a positive number of seconds\n", r.err);
+}
+
 }  // namespace
