@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# The main job: builds the library and the host tool and runs the tool on this machine's host
-# platform. Extra arguments are passed to the tool (for example: scripts/run.sh settings).
+# The main job: builds the library and the host tool and runs its demonstration on this machine's
+# host platform. Extra arguments are passed to the tool instead (for example: scripts/run.sh settings).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
@@ -10,6 +10,4 @@ orvex=build/default/tools/orvex/orvex
 if [ $# -gt 0 ]; then
     exec "$orvex" "$@"
 fi
-"$orvex" init
-echo
-"$orvex" convert altitude 900
+exec "$orvex" demo

@@ -1,6 +1,7 @@
 // The orvex tool as a user runs it: a process per command against its own data directory.
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <string>
 
 #include "HostFixture.h"
@@ -137,6 +138,32 @@ TEST_F(ToolTest, CalibrateFromTheAgentAndKeepTheHistory) {
 
     r = tool->run({"calibrate", "agent", "--timeout", "-1"});
     EXPECT_EQ("orvex: error: the time-out must be a positive number of seconds\n", r.err);
+}
+
+TEST_F(ToolTest, DemoRunsToTheEnd) {
+    ToolResult r = tool->run({"demo", "--seconds", "2"});
+    ASSERT_EQ(0, r.exitCode) << r.err;
+    for (const char* part :
+         {"== Live altitude against the stored sea-level pressure",
+          "source               weather agent", "== Live altitude after the calibration",
+          "== Calibration history", "== Recorded pressure, last six hours", "min "})
+        EXPECT_TRUE(has(r.out, part)) << part << "\n" << r.out;
+    EXPECT_TRUE(r.err.empty()) << r.err;
+}
+
+TEST_F(ToolTest, InterruptedLiveAltitudeEndsCleanlyAndKeepsTheStore) {
+    tool->run({"settings", "set", "alert", "7"});
+    ToolResult r = tool->runAndSignal(
+        {"--json", "live"},
+        [](const std::string& out) { return out.find("\n") != std::string::npos; }, SIGINT);
+    EXPECT_EQ(0, r.exitCode) << r.err;
+    auto lines = orvex_test::splitLines(r.out);
+    ASSERT_FALSE(lines.empty());
+    EXPECT_TRUE(has(lines[0], "\"pressure_unit\": \"hPa\"")) << lines[0];
+    EXPECT_TRUE(has(lines[0], "\"altitude\": ")) << lines[0];
+
+    r = tool->run({"--json", "settings"});
+    EXPECT_TRUE(has(r.out, "\"alert\": 7")) << r.out;
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iostream>
 
+#include "NetworkProxy.h"
 #include "OrvexStorageMgr.h"
 #include "Tool.h"
 
@@ -77,6 +78,8 @@ int main(int argc, char** argv) {
     }
     args.erase(args.begin());
     int rc = command->run(options, args);
+    // The application's stop: every singleton goes, the HTTP engine cancelling what is left.
     OrvexStorageMgr::deleteInstance();
+    NetworkProxy::Destory();
     return rc;
 }
