@@ -1,0 +1,355 @@
+// Location service: a configured position or a replayed track, with the enabling dialogue and
+// service-state notifications delivered on the main loop.
+#include <glib.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <new>
+#include <optional>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "host_internal.h"
+#include "orvex_host/location_control.h"
+#include "platform/location_manager.h"
+
+struct location_manager_s {
+    location_service_state_changed_cb stateCb = nullptr;
+    void* stateData = nullptr;
+    bool started = false;
+    double startedAt = 0;
+    guint pendingState = 0;
+};
+
+namespace {
+
+struct Fix {
+    double latitude, longitude, altitude;
+};
+
+// An alpine town: a plausible place for an altimeter to stand.
+constexpr Fix kDefaultFix{47.2692, 11.4041, 574.0};
+// Time the service takes to come up after start.
+constexpr guint kServiceDelayMs = 100;
+
+std::set<location_manager_h> g_managers;
+location_enabling_method_result_cb g_enableCb = nullptr;
+void* g_enableData = nullptr;
+location_setting_changed_cb g_settingCb = nullptr;
+void* g_settingData = nullptr;
+std::optional<Fix> g_lastFix;
+time_t g_lastTime = 0;
+
+bool flag(const char* key, bool fallback) {
+    auto v = orvex_host::config(key);
+    return v ? *v != "0" : fallback;
+}
+
+bool setFlag(const char* key, int value) {
+    return orvex_host::setConfig(key, std::string(value ? "1" : "0"));
+}
+
+double nowSeconds() { return static_cast<double>(g_get_real_time()) / 1e6; }
+
+std::vector<std::pair<double, Fix>> readTrack(const std::string& path) {
+    std::vector<std::pair<double, Fix>> rows;
+    std::ifstream in(path);
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.empty() || line[0] == '#') continue;
+        double t, lat, lon, alt = 0;
+        if (sscanf(line.c_str(), "%lf,%lf,%lf,%lf", &t, &lat, &lon, &alt) >= 3)
+            rows.push_back({t, Fix{lat, lon, alt}});
+    }
+    return rows;
+}
+
+Fix currentFix(double sinceStart) {
+    if (auto track = orvex_host::config("location_track")) {
+        auto rows = readTrack(*track);
+        if (!rows.empty()) {
+            Fix fix = rows.front().second;
+            for (const auto& [t, f] : rows)
+                if (t - rows.front().first <= sinceStart) fix = f;
+            return fix;
+        }
+    }
+    if (auto pos = orvex_host::config("location_position")) {
+        Fix f{};
+        if (sscanf(pos->c_str(), "%lf,%lf,%lf", &f.latitude, &f.longitude, &f.altitude) == 3)
+            return f;
+    }
+    return kDefaultFix;
+}
+
+gboolean deliverState(gpointer data) {
+    auto* m = static_cast<location_manager_h>(data);
+    m->pendingState = 0;
+    if (m->stateCb)
+        m->stateCb(
+            flag("location_enabled", true) ? LOCATIONS_SERVICE_ENABLED : LOCATIONS_SERVICE_DISABLED,
+            m->stateData);
+    return G_SOURCE_REMOVE;
+}
+
+struct EnableRequest {
+    bool enable;
+};
+
+gboolean deliverEnableResult(gpointer data) {
+    auto* req = static_cast<EnableRequest*>(data);
+    bool accepted = flag("location_enable_answer", true);
+    bool before = flag("location_enabled", true);
+    if (accepted) setFlag("location_enabled", req->enable);
+    if (g_enableCb)
+        g_enableCb(LOCATIONS_METHOD_HYBRID, LOCATIONS_DEVICE_WATCH,
+                   accepted ? LOCATIONS_ENABLE_METHOD_RESULT_ACCEPTED
+                            : LOCATIONS_ENABLE_METHOD_RESULT_REFUSED,
+                   g_enableData);
+    if (accepted && before != req->enable && g_settingCb)
+        g_settingCb(LOCATIONS_METHOD_HYBRID, req->enable, g_settingData);
+    delete req;
+    return G_SOURCE_REMOVE;
+}
+
+void resetLocation() {
+    for (auto m : g_managers) {
+        if (m->pendingState) g_source_remove(m->pendingState);
+        delete m;
+    }
+    g_managers.clear();
+    g_enableCb = nullptr;
+    g_settingCb = nullptr;
+    g_lastFix.reset();
+}
+
+[[maybe_unused]] const bool g_reset = orvex_host::onReset(&resetLocation);
+
+bool valid(location_manager_h m) { return m && g_managers.count(m); }
+
+bool isHybrid(location_method_e method) { return method == LOCATIONS_METHOD_HYBRID; }
+
+int position(location_manager_h manager, double* altitude, double* latitude, double* longitude,
+             time_t* timestamp, bool last) {
+    if (!valid(manager) || !altitude || !latitude || !longitude)
+        return LOCATIONS_ERROR_INVALID_PARAMETER;
+    Fix fix;
+    time_t when;
+    if (last) {
+        if (!g_lastFix) return LOCATIONS_ERROR_SERVICE_NOT_AVAILABLE;
+        fix = *g_lastFix;
+        when = g_lastTime;
+    } else {
+        if (!manager->started || !flag("location_enabled", true))
+            return LOCATIONS_ERROR_SERVICE_NOT_AVAILABLE;
+        fix = currentFix(nowSeconds() - manager->startedAt);
+        when = time(nullptr);
+        g_lastFix = fix;
+        g_lastTime = when;
+    }
+    *altitude = fix.altitude;
+    *latitude = fix.latitude;
+    *longitude = fix.longitude;
+    if (timestamp) *timestamp = when;
+    return LOCATIONS_ERROR_NONE;
+}
+
+}  // namespace
+
+extern "C" bool location_manager_is_supported_method(location_method_e method) {
+    int code;
+    if (orvex_host::fault("location_manager_is_supported_method", &code)) return false;
+    return isHybrid(method) && flag("location_supported", true);
+}
+
+extern "C" int location_manager_is_enabled_method(location_method_e method, bool* enable) {
+    ORVEX_HOST_FAULT_RETURN("location_manager_is_enabled_method");
+    if (!enable || method == LOCATIONS_METHOD_NONE) return LOCATIONS_ERROR_INVALID_PARAMETER;
+    *enable = flag("location_enabled", true);
+    return LOCATIONS_ERROR_NONE;
+}
+
+extern "C" int location_manager_enable_method(location_method_e method, bool enable) {
+    ORVEX_HOST_FAULT_RETURN("location_manager_enable_method");
+    if (!isHybrid(method)) return LOCATIONS_ERROR_INCORRECT_METHOD;
+    g_idle_add(deliverEnableResult, new EnableRequest{enable});
+    return LOCATIONS_ERROR_NONE;
+}
+
+extern "C" int location_manager_set_enabling_method_result_cb(
+    location_method_e method, location_enabling_method_result_cb callback, void* user_data) {
+    ORVEX_HOST_FAULT_RETURN("location_manager_set_enabling_method_result_cb");
+    if (!isHybrid(method) || !callback) return LOCATIONS_ERROR_INVALID_PARAMETER;
+    g_enableCb = callback;
+    g_enableData = user_data;
+    return LOCATIONS_ERROR_NONE;
+}
+
+extern "C" int location_manager_unset_enabling_method_result_cb(location_method_e method) {
+    ORVEX_HOST_FAULT_RETURN("location_manager_unset_enabling_method_result_cb");
+    if (!isHybrid(method)) return LOCATIONS_ERROR_INVALID_PARAMETER;
+    g_enableCb = nullptr;
+    return LOCATIONS_ERROR_NONE;
+}
+
+extern "C" int location_manager_set_setting_changed_cb(location_method_e method,
+                                                       location_setting_changed_cb callback,
+                                                       void* user_data) {
+    ORVEX_HOST_FAULT_RETURN("location_manager_set_setting_changed_cb");
+    if (!isHybrid(method) || !callback) return LOCATIONS_ERROR_INVALID_PARAMETER;
+    g_settingCb = callback;
+    g_settingData = user_data;
+    return LOCATIONS_ERROR_NONE;
+}
+
+extern "C" int location_manager_unset_setting_changed_cb(location_method_e method) {
+    ORVEX_HOST_FAULT_RETURN("location_manager_unset_setting_changed_cb");
+    if (!isHybrid(method)) return LOCATIONS_ERROR_INVALID_PARAMETER;
+    g_settingCb = nullptr;
+    return LOCATIONS_ERROR_NONE;
+}
+
+extern "C" int location_manager_create(location_method_e method, location_manager_h* manager) {
+    ORVEX_HOST_FAULT_RETURN("location_manager_create");
+    if (!manager) return LOCATIONS_ERROR_INVALID_PARAMETER;
+    if (!isHybrid(method)) return LOCATIONS_ERROR_INCORRECT_METHOD;
+    if (!flag("location_supported", true)) return LOCATIONS_ERROR_NOT_SUPPORTED;
+    *manager = new (std::nothrow) location_manager_s();
+    if (!*manager) return LOCATIONS_ERROR_OUT_OF_MEMORY;
+    g_managers.insert(*manager);
+    return LOCATIONS_ERROR_NONE;
+}
+
+extern "C" int location_manager_destroy(location_manager_h manager) {
+    ORVEX_HOST_FAULT_RETURN("location_manager_destroy");
+    if (!valid(manager)) return LOCATIONS_ERROR_INVALID_PARAMETER;
+    if (manager->pendingState) g_source_remove(manager->pendingState);
+    g_managers.erase(manager);
+    delete manager;
+    return LOCATIONS_ERROR_NONE;
+}
+
+extern "C" int location_manager_start(location_manager_h manager) {
+    ORVEX_HOST_FAULT_RETURN("location_manager_start");
+    if (!valid(manager)) return LOCATIONS_ERROR_INVALID_PARAMETER;
+    if (!flag("location_enabled", true)) return LOCATIONS_ERROR_GPS_SETTING_OFF;
+    if (!manager->started) manager->startedAt = nowSeconds();
+    manager->started = true;
+    if (!manager->pendingState)
+        manager->pendingState = g_timeout_add(kServiceDelayMs, deliverState, manager);
+    return LOCATIONS_ERROR_NONE;
+}
+
+extern "C" int location_manager_stop(location_manager_h manager) {
+    ORVEX_HOST_FAULT_RETURN("location_manager_stop");
+    if (!valid(manager)) return LOCATIONS_ERROR_INVALID_PARAMETER;
+    manager->started = false;
+    if (manager->pendingState) {
+        g_source_remove(manager->pendingState);
+        manager->pendingState = 0;
+    }
+    return LOCATIONS_ERROR_NONE;
+}
+
+extern "C" int location_manager_set_service_state_changed_cb(
+    location_manager_h manager, location_service_state_changed_cb callback, void* user_data) {
+    ORVEX_HOST_FAULT_RETURN("location_manager_set_service_state_changed_cb");
+    if (!valid(manager) || !callback) return LOCATIONS_ERROR_INVALID_PARAMETER;
+    manager->stateCb = callback;
+    manager->stateData = user_data;
+    return LOCATIONS_ERROR_NONE;
+}
+
+extern "C" int location_manager_unset_service_state_changed_cb(location_manager_h manager) {
+    ORVEX_HOST_FAULT_RETURN("location_manager_unset_service_state_changed_cb");
+    if (!valid(manager)) return LOCATIONS_ERROR_INVALID_PARAMETER;
+    manager->stateCb = nullptr;
+    return LOCATIONS_ERROR_NONE;
+}
+
+extern "C" int location_manager_set_position_updated_cb(location_manager_h manager,
+                                                        location_position_updated_cb callback,
+                                                        int interval, void*) {
+    ORVEX_HOST_FAULT_RETURN("location_manager_set_position_updated_cb");
+    if (!valid(manager) || !callback || interval < 1) return LOCATIONS_ERROR_INVALID_PARAMETER;
+    return LOCATIONS_ERROR_NONE;
+}
+
+extern "C" int location_manager_unset_position_updated_cb(location_manager_h manager) {
+    ORVEX_HOST_FAULT_RETURN("location_manager_unset_position_updated_cb");
+    return valid(manager) ? LOCATIONS_ERROR_NONE : LOCATIONS_ERROR_INVALID_PARAMETER;
+}
+
+extern "C" int location_manager_get_position(location_manager_h manager, double* altitude,
+                                             double* latitude, double* longitude,
+                                             time_t* timestamp) {
+    ORVEX_HOST_FAULT_RETURN("location_manager_get_position");
+    return position(manager, altitude, latitude, longitude, timestamp, false);
+}
+
+extern "C" int location_manager_get_last_position(location_manager_h manager, double* altitude,
+                                                  double* latitude, double* longitude,
+                                                  time_t* timestamp) {
+    ORVEX_HOST_FAULT_RETURN("location_manager_get_last_position");
+    return position(manager, altitude, latitude, longitude, timestamp, true);
+}
+
+extern "C" int orvex_host_location_set_position(double latitude, double longitude,
+                                                double altitude) {
+    if (std::fabs(latitude) > 90 || std::fabs(longitude) > 180) return -EINVAL;
+    char buf[96];
+    snprintf(buf, sizeof buf, "%.7f,%.7f,%.2f", latitude, longitude, altitude);
+    return orvex_host::setConfig("location_position", std::string(buf)) ? 0 : -EIO;
+}
+
+extern "C" int orvex_host_location_set_track(const char* path) {
+    if (path && readTrack(path).empty()) return -EINVAL;
+    return orvex_host::setConfig("location_track",
+                                 path ? std::optional<std::string>(path) : std::nullopt)
+               ? 0
+               : -EIO;
+}
+
+extern "C" int orvex_host_location_set_supported(int supported) {
+    return setFlag("location_supported", supported) ? 0 : -EIO;
+}
+
+extern "C" int orvex_host_location_set_enabled(int enabled) {
+    return setFlag("location_enabled", enabled) ? 0 : -EIO;
+}
+
+extern "C" int orvex_host_location_set_enable_answer(int accept) {
+    return setFlag("location_enable_answer", accept) ? 0 : -EIO;
+}
+
+namespace {
+struct InjectedState {
+    location_manager_h manager;
+    int state;
+};
+gboolean deliverInjected(gpointer data) {
+    auto* s = static_cast<InjectedState*>(data);
+    if (valid(s->manager) && s->manager->stateCb)
+        s->manager->stateCb(static_cast<location_service_state_e>(s->state), s->manager->stateData);
+    delete s;
+    return G_SOURCE_REMOVE;
+}
+}  // namespace
+
+extern "C" void orvex_host_location_inject_state(int state) {
+    for (auto m : g_managers)
+        if (m->started) g_idle_add(deliverInjected, new InjectedState{m, state});
+}
+
+extern "C" int orvex_host_location_manager_count(void) {
+    return static_cast<int>(g_managers.size());
+}
+
+extern "C" int orvex_host_location_has_enabling_result_cb(void) { return g_enableCb != nullptr; }
+
+extern "C" int orvex_host_location_has_setting_changed_cb(void) { return g_settingCb != nullptr; }
