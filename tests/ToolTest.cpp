@@ -166,4 +166,27 @@ TEST_F(ToolTest, InterruptedLiveAltitudeEndsCleanlyAndKeepsTheStore) {
     EXPECT_TRUE(has(r.out, "\"alert\": 7")) << r.out;
 }
 
+TEST_F(ToolTest, LocationAndUsageLog) {
+    ToolResult r = tool->run({"location", "set", "45.8326", "6.8652", "4808"});
+    ASSERT_EQ(0, r.exitCode) << r.err;
+    r = tool->run({"--json", "location"});
+    ASSERT_EQ(0, r.exitCode) << r.err;
+    EXPECT_EQ(
+        "{\"latitude\": 45.832599999999999, \"longitude\": 6.8651999999999997, "
+        "\"altitude_m\": 4808}\n",
+        r.out);
+    r = tool->run({"location", "set", "95", "0"});
+    EXPECT_EQ("orvex: error: latitude is -90 to 90 and longitude -180 to 180\n", r.err);
+
+    r = tool->run({"usage"});
+    EXPECT_EQ("no usage events logged\n", r.out);
+    ASSERT_EQ(0, tool->run({"usage", "send", "0", "--value", "7"}).exitCode);
+    r = tool->run({"--json", "usage", "send", "3", "--extra", "auto"});
+    ASSERT_EQ(0, r.exitCode) << r.err;
+    EXPECT_TRUE(has(r.out, "\"feature\": \"OX01\", \"value\": \"7\"")) << r.out;
+    EXPECT_TRUE(has(r.out, "\"feature\": \"OX04\", \"extra\": \"auto\"")) << r.out;
+    r = tool->run({"usage", "send", "12"});
+    EXPECT_EQ("orvex: error: the type is 0 to 11\n", r.err);
+}
+
 }  // namespace

@@ -6,6 +6,8 @@
 #include <iostream>
 
 #include "NetworkProxy.h"
+#include "OrvexLocationMgr.h"
+#include "OrvexLogging.h"
 #include "OrvexStorageMgr.h"
 #include "Tool.h"
 
@@ -79,6 +81,8 @@ int main(int argc, char** argv) {
     args.erase(args.begin());
     int rc = command->run(options, args);
     // The application's stop: every singleton goes, the HTTP engine cancelling what is left.
+    OrvexLocationMgr::deleteInstance();
+    OrvexLogging::deleteInstance();
     OrvexStorageMgr::deleteInstance();
     NetworkProxy::Destory();
     return rc;
