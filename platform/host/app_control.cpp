@@ -5,6 +5,7 @@
 #include <cstring>
 #include <map>
 #include <new>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -27,6 +28,14 @@ std::map<std::string, orvex_host::AppHandler>& apps() {
 
 int g_launches = 0;
 
+// Every handle not destroyed yet. A launched request's handle stays with the platform, as on the
+// device; the host frees the leftovers at reset.
+// Never destroyed, so the handles stay reachable until the process is gone.
+std::set<app_control_h>& liveHandles() {
+    static auto* handles = new std::set<app_control_h>();
+    return *handles;
+}
+
 struct PendingLaunch {
     app_control_s request;
     orvex_host::AppHandler handler;
@@ -39,7 +48,11 @@ gboolean deliverLaunch(gpointer data) {
     return G_SOURCE_REMOVE;
 }
 
-void resetLaunches() { g_launches = 0; }
+void resetLaunches() {
+    g_launches = 0;
+    for (app_control_h h : liveHandles()) delete h;
+    liveHandles().clear();
+}
 
 [[maybe_unused]] const bool g_registered = orvex_host::onReset(&resetLaunches);
 
@@ -54,12 +67,15 @@ extern "C" int app_control_create(app_control_h* app_control) {
     ORVEX_HOST_FAULT_RETURN("app_control_create");
     if (!app_control) return APP_CONTROL_ERROR_INVALID_PARAMETER;
     *app_control = new (std::nothrow) app_control_s();
-    return *app_control ? APP_CONTROL_ERROR_NONE : APP_CONTROL_ERROR_OUT_OF_MEMORY;
+    if (!*app_control) return APP_CONTROL_ERROR_OUT_OF_MEMORY;
+    liveHandles().insert(*app_control);
+    return APP_CONTROL_ERROR_NONE;
 }
 
 extern "C" int app_control_destroy(app_control_h app_control) {
     ORVEX_HOST_FAULT_RETURN("app_control_destroy");
-    if (!app_control) return APP_CONTROL_ERROR_INVALID_PARAMETER;
+    if (!app_control || !liveHandles().erase(app_control))
+        return APP_CONTROL_ERROR_INVALID_PARAMETER;
     delete app_control;
     return APP_CONTROL_ERROR_NONE;
 }

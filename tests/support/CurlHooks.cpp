@@ -16,6 +16,7 @@ namespace {
 
 std::mutex g_mutex;
 std::string g_caFile;
+std::vector<std::pair<std::string, std::string>> g_redirects;
 std::map<std::string, std::pair<int, int>> g_failures;  // function -> (remaining, code)
 std::map<int, std::pair<int, int>> g_optionFailures;    // option -> (remaining, code)
 std::vector<CurlOptionCall> g_calls;
@@ -86,8 +87,17 @@ std::vector<int> curlOptionsOf(void* handle) {
     return out;
 }
 
+void curlRedirect(const std::string& from, const std::string& to) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    if (from.empty())
+        g_redirects.clear();
+    else
+        g_redirects.emplace_back(from, to);
+}
+
 void curlHooksReset() {
     std::lock_guard<std::mutex> lock(g_mutex);
+    g_redirects.clear();
     g_caFile.clear();
     g_failures.clear();
     g_optionFailures.clear();
@@ -135,6 +145,18 @@ CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...) {
     {
         std::lock_guard<std::mutex> lock(orvex_test::g_mutex);
         orvex_test::g_calls.push_back(call);
+        if (option == CURLOPT_URL && pointer) {
+            std::string url = static_cast<const char*>(pointer);
+            for (const auto& [from, to] : orvex_test::g_redirects) {
+                if (url.rfind(from, 0) == 0) {
+                    // libcurl copies the string; this copy only has to outlive the call.
+                    static thread_local std::string rewritten;
+                    rewritten = to + url.substr(from.size());
+                    pointer = const_cast<char*>(rewritten.c_str());
+                    break;
+                }
+            }
+        }
         if (option == CURLOPT_CAINFO && !orvex_test::g_caFile.empty()) {
             static std::string path;
             path = orvex_test::g_caFile;  // libcurl copies it

@@ -23,6 +23,12 @@ struct CurlOptionCall {
 // Replaces every CURLOPT_CAINFO the library sets with `path` (an empty path stops replacing).
 void curlOverrideCaFile(const std::string& path);
 
+// Rewrites every CURLOPT_URL that starts with `from` (for example "https://api.weather.com") to
+// start with `to` (for example a local server's "https://localhost:PORT") instead, so that requests
+// to the weather services reach a local server; TLS is still verified, against the host in `to`.
+// An empty `from` drops every rewrite.
+void curlRedirect(const std::string& from, const std::string& to);
+
 // Makes the next `count` calls of a hooked function fail: curl_easy_init and curl_multi_init
 // return NULL, the others return `code`.
 void curlFailNext(const std::string& function, int count, int code = 1);
