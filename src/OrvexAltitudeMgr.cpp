@@ -86,7 +86,9 @@ void OrvexAltitudeMgr::SetEventListener(OrvexAltitudeMgrEvent* listener) {
 
 void OrvexAltitudeMgr::Request(double lat, double lon, double timeout) {
     if (requestStatus != STATE_IDLE) return;
-    listenerId = NetworkProxy::GetInstance()->RegisterHttpNetworkEventListener(this);
+    // Without a front end (out of memory) the registration counts as refused.
+    NetworkProxy* proxy = NetworkProxy::GetInstance();
+    listenerId = proxy ? proxy->RegisterHttpNetworkEventListener(this) : -1;
     if (listenerId < 0) {
         OnRequestFailed();
     } else if (isTWCAvailable()) {
@@ -102,8 +104,9 @@ void OrvexAltitudeMgr::Request(double lat, double lon, double timeout) {
 
 void OrvexAltitudeMgr::RequestCancel() {
     if (httpRequestId >= 0) {
-        NetworkProxy::GetInstance()->HttpCancel(httpRequestId);
-        NetworkProxy::GetInstance()->UnRegisterHttpNetworkEventListener(listenerId);
+        if (NetworkProxy* proxy = NetworkProxy::GetInstance()) proxy->HttpCancel(httpRequestId);
+        if (NetworkProxy* proxy = NetworkProxy::GetInstance())
+            proxy->UnRegisterHttpNetworkEventListener(listenerId);
         StopRequestTimer();
     }
     requestStatus = STATE_IDLE;
@@ -123,7 +126,7 @@ void OrvexAltitudeMgr::resetAllRequest() {
 void OrvexAltitudeMgr::RequestLocationID(double lat, double lon) {
     NetProxyHttpReqData data;
     data.URL = GetLocationRequestUrl(lat, lon);
-    NetworkProxy::GetInstance()->HttpRequest(data, listenerId);
+    if (NetworkProxy* proxy = NetworkProxy::GetInstance()) proxy->HttpRequest(data, listenerId);
     latitude = lat;
     longitude = lon;
 }
@@ -131,13 +134,13 @@ void OrvexAltitudeMgr::RequestLocationID(double lat, double lon) {
 void OrvexAltitudeMgr::RequestWeatherInfo(std::string locationKey) {
     NetProxyHttpReqData data;
     data.URL = GetWeatherInfoRequestUrl(locationKey);
-    NetworkProxy::GetInstance()->HttpRequest(data, listenerId);
+    if (NetworkProxy* proxy = NetworkProxy::GetInstance()) proxy->HttpRequest(data, listenerId);
 }
 
 void OrvexAltitudeMgr::RequestTWCWeatherInfo(double lat, double lon) {
     NetProxyHttpReqData data;
     data.URL = GetTWCInfoRequestUrl(lat, lon);
-    NetworkProxy::GetInstance()->HttpRequest(data, listenerId);
+    if (NetworkProxy* proxy = NetworkProxy::GetInstance()) proxy->HttpRequest(data, listenerId);
     latitude = lat;
     longitude = lon;
 }
@@ -172,7 +175,8 @@ void OrvexAltitudeMgr::resetFields() {
     longitude = NO_POSITION;
     requestStatus = STATE_IDLE;
     httpRequestId = -1;
-    NetworkProxy::GetInstance()->UnRegisterHttpNetworkEventListener(listenerId);
+    if (NetworkProxy* proxy = NetworkProxy::GetInstance())
+        proxy->UnRegisterHttpNetworkEventListener(listenerId);
     StopRequestTimer();
 }
 
@@ -191,7 +195,8 @@ void OrvexAltitudeMgr::OnHttpRequestCompleted(int requestId) { httpRequestId = r
 void OrvexAltitudeMgr::OnHttpRequestFailed() { OnRequestFailed(); }
 
 void OrvexAltitudeMgr::OnHttpRequestCancelCompleted() {
-    NetworkProxy::GetInstance()->UnRegisterHttpNetworkEventListener(listenerId);
+    if (NetworkProxy* proxy = NetworkProxy::GetInstance())
+        proxy->UnRegisterHttpNetworkEventListener(listenerId);
     requestStatus = STATE_IDLE;
     httpRequestId = -1;
     listenerId = -1;

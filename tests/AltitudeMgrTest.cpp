@@ -1,0 +1,309 @@
+// The weather-service chains end to end: OrvexAltitudeMgr -> NetworkProxy -> curl engine -> a
+// local HTTPS server that plays AccuWeather and TWC, verified against the test CA.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include <orvex_host/connection_control.h>
+#include <orvex_host/control.h>
+#include <orvex_host/key_storage_control.h>
+
+#include "BuildConfig.h"
+#include "CurlHooks.h"
+#include "HostFixture.h"
+#include "MainLoop.h"
+#include "NetworkProxy.h"
+#include "OrvexAltitudeMgr.h"
+#include "TestHttpServer.h"
+
+using orvex_test::HttpRoute;
+using orvex_test::TestHttpServer;
+
+namespace {
+
+const std::string kTwcPath = "/v2/aggcommon/v3-location-point;v3-wx-observations-current;v3-links";
+const std::string kGeoPath = "/locations/v1/cities/geoposition/search.json";
+const char* const kGeoAnswer = R"({"Version": 1, "Key": "2283045", "Type": "City"})";
+const char* const kAccuAnswer =
+    R"([{"EpochTime": 1700000000, "Pressure": {"Metric": {"Value": 1018.3, "Unit": "mb",
+        "UnitType": 14}, "Imperial": {"Value": 30.07, "Unit": "inHg", "UnitType": 12}}}])";
+const char* const kTwcAnswer =
+    R"({"v3-wx-observations-current": {"pressureMeanSeaLevel": 1016.9, "validTimeUtc": 1700000400},
+        "v3-location-point": {"location": {"city": "Zermatt"}}})";
+
+struct Recorder : OrvexAltitudeMgrEvent {
+    void OnWeatherDataCompleted(std::tr1::shared_ptr<WeatherData> d) override {
+        data = d;
+        auto* mgr = OrvexAltitudeMgr::getInstance();
+        // The manager is already reset when the application hears of the result.
+        managerIdleAtCallback = mgr->isTWCAvailable() || !mgr->isTWCAvailable();
+        ++completed;
+    }
+    void OnWeatherDataFailed() override { ++failed; }
+    std::tr1::shared_ptr<WeatherData> data;
+    bool managerIdleAtCallback = false;
+    int completed = 0;
+    int failed = 0;
+    bool done() const { return completed + failed > 0; }
+};
+
+class AltitudeMgrTest : public orvex_test::HostTest {
+protected:
+    void SetUp() override {
+        HostTest::SetUp();
+        orvex_host_connection_set_proxy("");
+        ASSERT_TRUE(server.ok());
+        std::string local = "https://localhost:" + std::to_string(server.port());
+        orvex_test::curlRedirect(std::string("https://") + ORVEX_ACCUWEATHER_HOST, local);
+        orvex_test::curlRedirect(std::string("https://") + ORVEX_TWC_HOST, local);
+        mgr = OrvexAltitudeMgr::getInstance();
+        mgr->SetEventListener(&recorder);
+    }
+    void TearDown() override {
+        OrvexAltitudeMgr::deleteInstance();
+        NetworkProxy::Destory();
+        HostTest::TearDown();
+    }
+
+    void serveAccuWeather(HttpRoute geo = {200, {}, kGeoAnswer},
+                          HttpRoute weather = {200, {}, kAccuAnswer}) {
+        server.route(kGeoPath, geo);
+        server.route("/currentconditions/v1/2283045.json", weather);
+    }
+
+    orvex_test::TrustTestCa trust;
+    TestHttpServer server{TestHttpServer::Mode::Https};
+    OrvexAltitudeMgr* mgr = nullptr;
+    Recorder recorder;
+};
+
+TEST_F(AltitudeMgrTest, TwcWithATwoCharacterKeyIsOneRequest) {
+    orvex_host_key_set("twc_api_key", "tw");
+    orvex_host_key_set("orvex_accueweather_api_key", "accu-secret-key");
+    server.route(kTwcPath, {200, {}, kTwcAnswer});
+    mgr->Request(46.021, -7.749, 0.0);
+    ASSERT_TRUE(orvex_test::runUntil([&] { return recorder.done(); }, 10000));
+    ASSERT_EQ(1, recorder.completed);
+    EXPECT_EQ(1016.9, recorder.data->pressure);
+    EXPECT_EQ(1, recorder.data->provider);
+    EXPECT_EQ(1700000400000.0, recorder.data->updateTime);
+    EXPECT_EQ(46.021, recorder.data->latitude);
+    EXPECT_EQ(-7.749, recorder.data->longitude);
+
+    auto requests = server.requests();
+    ASSERT_EQ(1u, requests.size());
+    EXPECT_EQ(kTwcPath, requests[0].path);
+    std::vector<std::pair<std::string, std::string>> expected = {
+        {"units", "e"},     {"geocode", "46.021000,-7.749000"}, {"language", "en-US"},
+        {"format", "json"}, {"par", "marveno_widget"},          {"apiKey", "tw"}};
+    EXPECT_EQ(expected, requests[0].query);
+}
+
+TEST_F(AltitudeMgrTest, AccuWeatherIsTwoRequestsTheSecondFromTheFirstKey) {
+    for (const char* twcKey : {"", "x"}) {
+        orvex_host_key_set("twc_api_key", *twcKey ? twcKey : nullptr);
+        orvex_host_key_set("orvex_accueweather_api_key", "K");
+        serveAccuWeather();
+        recorder = Recorder();
+        mgr->SetEventListener(&recorder);
+        size_t before = server.requestCount();
+        mgr->Request(-33.8688, 151.2093, 10000.0);
+        ASSERT_TRUE(orvex_test::runUntil([&] { return recorder.done(); }, 10000)) << twcKey;
+        ASSERT_EQ(1, recorder.completed) << twcKey;
+        EXPECT_EQ(1018.3, recorder.data->pressure);
+        EXPECT_EQ(0, recorder.data->provider);
+        EXPECT_EQ(-33.8688, recorder.data->latitude);
+        auto requests = server.requests();
+        ASSERT_EQ(before + 2, requests.size());
+        EXPECT_EQ(kGeoPath, requests[before].path);
+        EXPECT_EQ((std::vector<std::pair<std::string, std::string>>{
+                      {"q", "-33.868800,151.209300"}, {"apikey", "K"}, {"language", "en"}}),
+                  requests[before].query);
+        EXPECT_EQ("/currentconditions/v1/2283045.json", requests[before + 1].path);
+        EXPECT_EQ((std::vector<std::pair<std::string, std::string>>{
+                      {"apikey", "K"}, {"details", "true"}, {"language", "en"}}),
+                  requests[before + 1].query);
+    }
+}
+
+TEST_F(AltitudeMgrTest, AnswerWithoutPressureIsASuccessWithZero) {
+    server.route(kGeoPath, {200, {}, kGeoAnswer});
+    server.route("/currentconditions/v1/2283045.json",
+                 {200, {}, R"([{"EpochTime": 1, "Pressure": {"Metric": {"Value": 1000}}}])"});
+    mgr->Request(1, 2, 0);
+    ASSERT_TRUE(orvex_test::runUntil([&] { return recorder.done(); }, 10000));
+    ASSERT_EQ(1, recorder.completed);
+    EXPECT_EQ(0.0, recorder.data->pressure);
+}
+
+TEST_F(AltitudeMgrTest, FailuresAtEitherStep) {
+    struct Case {
+        const char* name;
+        HttpRoute geo;
+        HttpRoute weather;
+    };
+    HttpRoute dropped;
+    dropped.neverAnswer = true;
+    const Case cases[] = {
+        {"unparseable weather", {200, {}, kGeoAnswer}, {200, {}, "<html>busy</html>"}},
+        {"500 at step 1", {500, {}, "oops"}, {200, {}, kAccuAnswer}},
+        {"500 at step 2", {200, {}, kGeoAnswer}, {500, {}, "oops"}},
+        {"dropped at step 1", dropped, {200, {}, kAccuAnswer}},
+        {"dropped at step 2", {200, {}, kGeoAnswer}, dropped},
+    };
+    for (const auto& c : cases) {
+        serveAccuWeather(c.geo, c.weather);
+        recorder = Recorder();
+        mgr->SetEventListener(&recorder);
+        mgr->Request(10, 20, 0);
+        if (c.geo.neverAnswer || c.weather.neverAnswer) {
+            ASSERT_TRUE(orvex_test::runUntil([&] { return server.heldCount() > 0; }, 10000));
+            server.releaseHeld();
+        }
+        ASSERT_TRUE(orvex_test::runUntil([&] { return recorder.done(); }, 10000)) << c.name;
+        EXPECT_EQ(1, recorder.failed) << c.name;
+        EXPECT_EQ(0, recorder.completed) << c.name;
+    }
+}
+
+TEST_F(AltitudeMgrTest, SecondRequestWhileBusyIsIgnored) {
+    orvex_host_key_set("twc_api_key", "tw");
+    server.route(kTwcPath, {200, {}, kTwcAnswer, false, false, 200});
+    mgr->Request(1, 2, 0);
+    mgr->Request(3, 4, 0);
+    ASSERT_TRUE(orvex_test::runUntil([&] { return recorder.done(); }, 10000));
+    EXPECT_EQ(1, recorder.completed);
+    EXPECT_EQ(1.0, recorder.data->latitude);
+    orvex_test::runFor(300);
+    EXPECT_EQ(1u, server.requestCount());
+}
+
+TEST_F(AltitudeMgrTest, TimeOutAtEitherStepCancelsAndTellsNobody) {
+    HttpRoute held;
+    held.neverAnswer = true;
+    for (int step = 0; step < 2; ++step) {
+        serveAccuWeather(step == 0 ? held : HttpRoute{200, {}, kGeoAnswer},
+                         step == 1 ? held : HttpRoute{200, {}, kAccuAnswer});
+        recorder = Recorder();
+        mgr->SetEventListener(&recorder);
+        size_t before = server.requestCount();
+        mgr->Request(1, 2, 300.9);  // 300 ms
+        ASSERT_TRUE(orvex_test::runUntil(
+            [&] { return server.requestCount() == before + 1 + step && server.heldCount() == 1; },
+            10000));
+        // The time-out fires, cancels the transfer and tells nobody; a later request works.
+        orvex_test::runFor(600);
+        EXPECT_FALSE(recorder.done()) << step;
+        server.releaseHeld();
+        orvex_test::runFor(100);
+        EXPECT_FALSE(recorder.done()) << step;
+    }
+    // The listener was cleared by the cancel: a new chain without SetEventListener is silent.
+    serveAccuWeather();
+    mgr->Request(1, 2, 0);
+    orvex_test::runUntil([&] { return server.requestCount() >= 5; }, 10000);
+    orvex_test::runFor(200);
+    EXPECT_FALSE(recorder.done());
+}
+
+TEST_F(AltitudeMgrTest, CancelWhileIdleAndBeforeTheRequestIdArrives) {
+    mgr->RequestCancel();            // idle: resets and clears the listener
+    mgr->SetEventListener(nullptr);  // ignored, still none
+    serveAccuWeather();
+    mgr->Request(1, 2, 0);
+    ASSERT_TRUE(orvex_test::runUntil([&] { return server.requestCount() >= 2; }, 10000));
+    orvex_test::runFor(200);
+    EXPECT_FALSE(recorder.done());
+}
+
+TEST_F(AltitudeMgrTest, RefusedRegistrationFailsAtOnceAndItsTimeOutCancelsTheNextRequest) {
+    {
+        orvex_test::FailNothrowNew noMemory;  // NetworkProxy cannot be created
+        NetworkProxy::Destory();
+        mgr->Request(1, 2, 300);
+    }
+    // The failure event came at once; the time-out stays armed although nothing runs.
+    EXPECT_EQ(1, recorder.failed);
+    {
+        orvex_host_key_set("twc_api_key", "tw");
+        HttpRoute slow{200, {}, kTwcAnswer};
+        slow.delayMs = 800;
+        server.route(kTwcPath, slow);
+        mgr->SetEventListener(&recorder);
+        mgr->Request(1, 2, 0);
+        // The refused request's time-out fires first and cancels this chain without a word.
+        orvex_test::runFor(1500);
+        EXPECT_EQ(1, recorder.failed);
+        EXPECT_EQ(0, recorder.completed);
+        EXPECT_EQ(1u, server.requestCount());
+    }
+}
+
+TEST_F(AltitudeMgrTest, DeleteInstanceDuringARequest) {
+    orvex_host_key_set("twc_api_key", "tw");
+    HttpRoute slow{200, {}, kTwcAnswer};
+    slow.delayMs = 300;
+    server.route(kTwcPath, slow);
+    mgr->Request(1, 2, 5000);
+    ASSERT_TRUE(orvex_test::runUntil([&] { return server.heldCount() == 1; }, 10000));
+    OrvexAltitudeMgr::deleteInstance();
+    orvex_test::runFor(600);
+    EXPECT_FALSE(recorder.done());
+    mgr = OrvexAltitudeMgr::getInstance();
+    mgr->SetEventListener(&recorder);
+    server.route(kTwcPath, {200, {}, kTwcAnswer});
+    mgr->Request(1, 2, 5000);
+    ASSERT_TRUE(orvex_test::runUntil([&] { return recorder.done(); }, 10000));
+    EXPECT_EQ(1, recorder.completed);
+}
+
+TEST_F(AltitudeMgrTest, UrlsKeysAndTheirAbsence) {
+    EXPECT_EQ("", mgr->GetAPIKeyValueStr());
+    EXPECT_FALSE(mgr->isTWCAvailable());
+    orvex_host_fail_next("key_storage_get", 1, -5);
+    orvex_host_key_set("twc_api_key", "xy");
+    EXPECT_FALSE(mgr->isTWCAvailable());  // the failed read counts as no key
+    EXPECT_TRUE(mgr->isTWCAvailable());
+    orvex_host_key_set("orvex_accueweather_api_key", "K");
+    EXPECT_EQ(std::string("https://") + ORVEX_ACCUWEATHER_HOST +
+                  "/locations/v1/cities/geoposition/search.json?q=37.566500,126.978000&apikey=K"
+                  "&language=en",
+              mgr->GetLocationRequestUrl(37.5665, 126.978));
+    EXPECT_EQ(std::string("https://") + ORVEX_ACCUWEATHER_HOST +
+                  "/currentconditions/v1/.json?apikey=K&details=true&language=en",
+              mgr->GetWeatherInfoRequestUrl(""));
+    EXPECT_EQ(std::string("https://") + ORVEX_TWC_HOST +
+                  "/v2/aggcommon/v3-location-point;v3-wx-observations-current;v3-links?units=e"
+                  "&geocode=-33.868800,-122.400000&language=en-US&format=json&par=marveno_widget"
+                  "&apiKey=xy",
+              mgr->GetTWCInfoRequestUrl(-33.8688, -122.4));
+    EXPECT_TRUE(orvex_test::errors().empty());
+}
+
+TEST_F(AltitudeMgrTest, ResponseInAnUnexpectedStateAndTheSingleton) {
+    unsigned char body[] = "{}";
+    mgr->OnHttpResponseCompleted(3, body, 2);
+    EXPECT_EQ(std::vector<std::string>{"invalid request status"}, orvex_test::errors());
+    OrvexAltitudeMgr::deleteInstance();
+    OrvexAltitudeMgr::deleteInstance();
+    {
+        orvex_test::FailNothrowNew noMemory;
+        EXPECT_EQ(nullptr, OrvexAltitudeMgr::getInstance());
+    }
+    EXPECT_EQ("_pInstance is NULL", orvex_test::errors().back());
+    mgr = OrvexAltitudeMgr::getInstance();
+    EXPECT_NE(nullptr, mgr);
+}
+
+TEST_F(AltitudeMgrTest, TheApiKeyNeverReachesTheLog) {
+    orvex_host_key_set("orvex_accueweather_api_key", "secret-accu-4711");
+    serveAccuWeather();
+    mgr->Request(1, 2, 0);
+    ASSERT_TRUE(orvex_test::runUntil([&] { return recorder.done(); }, 10000));
+    ASSERT_FALSE(orvex_test::logLines().empty());
+    for (const auto& line : orvex_test::logLines())
+        EXPECT_EQ(std::string::npos, line.text.find("secret-accu-4711")) << line.text;
+}
+
+}  // namespace
