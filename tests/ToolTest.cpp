@@ -189,4 +189,23 @@ TEST_F(ToolTest, LocationAndUsageLog) {
     EXPECT_EQ("orvex: error: the type is 0 to 11\n", r.err);
 }
 
+TEST_F(ToolTest, WeatherServiceFailsClearlyWithoutAnAnswerAndKeysStayHidden) {
+    // No server answers for the weather hosts here: a clear failure well within the time-out.
+    tool->setEnv("https_proxy", "http://127.0.0.1:9");
+    ToolResult r = tool->run({"calibrate", "service", "46.02", "7.75", "--timeout", "5"});
+    EXPECT_EQ(1, r.exitCode);
+    EXPECT_EQ("orvex: error: the weather service could not be reached or gave no usable answer\n",
+              r.err);
+    r = tool->run({"calibrate", "service", "91", "0"});
+    EXPECT_EQ("orvex: error: latitude is -90 to 90 and longitude -180 to 180\n", r.err);
+
+    r = tool->run({"keys", "set", "twc_api_key"}, "very-secret\n");
+    ASSERT_EQ(0, r.exitCode) << r.err;
+    r = tool->run({"-v", "keys", "list"});
+    EXPECT_EQ("twc_api_key\n", r.out);
+    r = tool->run({"-v", "calibrate", "service", "1", "2", "--timeout", "5"});
+    EXPECT_EQ(1, r.exitCode);
+    EXPECT_EQ(std::string::npos, (r.out + r.err).find("very-secret"));
+}
+
 }  // namespace

@@ -13,6 +13,8 @@
 #include <vector>
 
 #include "IOrvexWeatherListener.h"
+#include "OrvexAltitudeMgr.h"
+#include "OrvexLocationMgr.h"
 #include "OrvexStorageMgr.h"
 #include "OrvexWeather.h"
 #include "Tool.h"
@@ -27,9 +29,12 @@ int runAgent(const Options& options, const Args& args);
 const Command kCalibrate{
     "calibrate", "calibrate the sea-level pressure",
     "agent [--timeout SECONDS]\n"
+    "       orvex calibrate service [LATITUDE LONGITUDE] [--timeout SECONDS]\n"
     "       orvex calibrate manual ALTITUDE_M PRESSURE_HPA\n\n"
-    "agent:  ask the platform's weather agent for the sea-level pressure (default time-out 10 s)\n"
-    "manual: derive it from a pressure measured at a known altitude\n"
+    "agent:   ask the platform's weather agent for the sea-level pressure (default time-out 10 s)\n"
+    "service: ask The Weather Company (with its key stored) or AccuWeather for the position, or\n"
+    "         for the location service's position when none is given (default time-out 15 s)\n"
+    "manual:  derive it from a pressure measured at a known altitude\n"
     "Either way the new value is stored with the time of calibration and a history entry.",
     runCalibrate};
 const Command kHistory{"history", "show the calibration history and the last calibration", "",
@@ -176,10 +181,132 @@ int calibrateFromAgent(const Options& options, const Args& args) {
     return rc;
 }
 
+class ServiceListener : public OrvexAltitudeMgrEvent {
+public:
+    void OnWeatherDataCompleted(std::tr1::shared_ptr<WeatherData> d) override {
+        data = d;
+        finish();
+    }
+    void OnWeatherDataFailed() override { finish(); }
+    void finish() {
+        answered = true;
+        if (loop) g_main_loop_quit(loop);
+    }
+    std::tr1::shared_ptr<WeatherData> data;
+    bool answered = false;
+    GMainLoop* loop = nullptr;
+};
+
+struct PositionWaiter : IOrvexLocationListener {
+    void onLocationStateChanged(int state) override {
+        if (state == 1 && loop) g_main_loop_quit(loop);
+    }
+    void onLocationEnableResult(int state) override {
+        if (state == 0 && loop) g_main_loop_quit(loop);
+    }
+    GMainLoop* loop = nullptr;
+};
+
+// The location service's position, waiting on the main loop for the service to come up.
+bool positionFromLocationService(double* lat, double* lon) {
+    OrvexLocationMgr* mgr = OrvexLocationMgr::getInstance();
+    if (!mgr) return false;
+    PositionWaiter waiter;
+    GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
+    waiter.loop = loop;
+    int rc = mgr->isLocationEnabled() ? mgr->createLocationMgr(&waiter)
+                                      : mgr->onLocationsetting(&waiter);
+    double alt = 0;
+    bool ok = false;
+    if (rc == 0) {
+        guint timer = g_timeout_add(5000, timedOut, loop);
+        g_main_loop_run(loop);
+        if (mgr->getLocationState() == OrvexLocationMgr::LOCATION_STATE_ENABLED)
+            g_source_remove(timer);
+        ok = mgr->getCurrentPosition(lat, lon, &alt) == 0;
+    }
+    g_main_loop_unref(loop);
+    OrvexLocationMgr::deleteInstance();
+    return ok;
+}
+
+int calibrateFromService(const Options& options, const Args& args) {
+    double timeout = 15, lat = 0, lon = 0;
+    size_t positional = 0;
+    double coords[2];
+    for (size_t i = 1; i < args.size(); ++i) {
+        if (args[i] == "--timeout" && i + 1 < args.size()) {
+            if (!parseDouble(args[++i], &timeout) || timeout <= 0)
+                return fail("the time-out must be a positive number of seconds");
+        } else if (positional < 2 && parseDouble(args[i], &coords[positional])) {
+            ++positional;
+        } else {
+            return usageError(kCalibrate, "expected: service [LATITUDE LONGITUDE] [--timeout S]");
+        }
+    }
+    if (positional == 1) return usageError(kCalibrate, "give both latitude and longitude");
+    if (positional == 2) {
+        lat = coords[0];
+        lon = coords[1];
+        if (lat < -90 || lat > 90 || lon < -180 || lon > 180)
+            return fail("latitude is -90 to 90 and longitude -180 to 180");
+    } else if (!positionFromLocationService(&lat, &lon)) {
+        return fail("the location service has no position; give LATITUDE LONGITUDE");
+    }
+
+    OrvexAltitudeMgr* mgr = OrvexAltitudeMgr::getInstance();
+    if (!mgr) return fail("out of memory");
+    ServiceListener listener;
+    GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
+    listener.loop = loop;
+    mgr->SetEventListener(&listener);
+    mgr->Request(lat, lon, timeout * 1000.0);
+    // The manager ends a timed-out request silently; this wakes the tool a little later.
+    guint timer = g_timeout_add(static_cast<guint>(timeout * 1000) + 200, timedOut, loop);
+    g_main_loop_run(loop);
+    if (listener.answered) g_source_remove(timer);
+    g_main_loop_unref(loop);
+    OrvexAltitudeMgr::deleteInstance();
+
+    char seconds[32];
+    snprintf(seconds, sizeof seconds, "%g", timeout);
+    if (!listener.answered)
+        return fail(std::string("the weather service did not answer within ") + seconds + " s");
+    if (!listener.data)
+        return fail("the weather service could not be reached or gave no usable answer");
+    const WeatherData& d = *listener.data;
+    if (d.pressure <= 0) return fail("the weather service's answer holds no sea-level pressure");
+
+    OrvexStorageMgr* store = OrvexStorageMgr::getInstance();
+    long long observed = static_cast<long long>(d.updateTime / 1000.0);
+    store->saveDataSLP(d.pressure);
+    store->saveDataCalTime(observed);
+    store->addDataSLPHistory(observed, d.pressure);
+    const char* provider = d.provider == 1 ? "The Weather Company" : "AccuWeather";
+    if (options.json) {
+        std::cout << Json()
+                         .add("source", "weather service")
+                         .add("provider", provider)
+                         .add("latitude", d.latitude)
+                         .add("longitude", d.longitude)
+                         .add("slp_hpa", d.pressure)
+                         .add("observed_at", observed)
+                         .str()
+                  << "\n";
+    } else {
+        printRows({{"provider", provider},
+                   {"position", formatDouble(d.latitude, 4) + ", " + formatDouble(d.longitude, 4)},
+                   {"sea-level pressure", formatDouble(d.pressure, 2) + " hPa (stored)"},
+                   {"observed at", formatTime(observed)}});
+    }
+    return 0;
+}
+
 int runCalibrate(const Options& options, const Args& args) {
-    if (args.empty()) return usageError(kCalibrate, "expected agent or manual");
+    if (args.empty()) return usageError(kCalibrate, "expected agent, service or manual");
     if (!initialiseStore()) return fail("cannot create the settings store");
     if (args[0] == "agent") return calibrateFromAgent(options, args);
+    if (args[0] == "service") return calibrateFromService(options, args);
     if (args[0] == "manual") {
         double altitude = 0, pressure = 0;
         if (args.size() != 3 || !parseDouble(args[1], &altitude) ||

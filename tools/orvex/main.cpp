@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "NetworkProxy.h"
+#include "OrvexAltitudeMgr.h"
 #include "OrvexLocationMgr.h"
 #include "OrvexLogging.h"
 #include "OrvexStorageMgr.h"
@@ -81,6 +82,7 @@ int main(int argc, char** argv) {
     args.erase(args.begin());
     int rc = command->run(options, args);
     // The application's stop: every singleton goes, the HTTP engine cancelling what is left.
+    OrvexAltitudeMgr::deleteInstance();
     OrvexLocationMgr::deleteInstance();
     OrvexLogging::deleteInstance();
     OrvexStorageMgr::deleteInstance();
