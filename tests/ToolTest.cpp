@@ -1,6 +1,7 @@
 // The orvex tool as a user runs it: a process per command against its own data directory.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <csignal>
 #include <string>
 
@@ -206,6 +207,29 @@ TEST_F(ToolTest, WeatherServiceFailsClearlyWithoutAnAnswerAndKeysStayHidden) {
     r = tool->run({"-v", "calibrate", "service", "1", "2", "--timeout", "5"});
     EXPECT_EQ(1, r.exitCode);
     EXPECT_EQ(std::string::npos, (r.out + r.err).find("very-secret"));
+}
+
+TEST_F(ToolTest, InterruptedWaitsEndInOneLineAndLeaveTheStoreUsable) {
+    tool->run({"agent", "set", "--silent"});
+    // Signalled once it has been waiting for half a second.
+    auto start = std::chrono::steady_clock::now();
+    ToolResult r = tool->runAndSignal(
+        {"calibrate", "agent", "--timeout", "30"},
+        [&](const std::string&) {
+            return std::chrono::steady_clock::now() - start > std::chrono::milliseconds(500);
+        },
+        SIGINT, 10000);
+    EXPECT_EQ(130, r.exitCode) << r.err;
+    EXPECT_EQ("orvex: interrupted\n", r.err);
+    r = tool->run({"--json", "history"});
+    EXPECT_EQ(0, r.exitCode) << r.err;
+
+    r = tool->run({"--json", "recorded"});
+    EXPECT_EQ(0, r.exitCode) << r.err;
+    EXPECT_TRUE(has(r.out, "\"records\"") || has(r.out, "[")) << r.out;
+    r = tool->run({"backend"});
+    EXPECT_EQ(0, r.exitCode) << r.err;
+    EXPECT_TRUE(has(r.out, "sim")) << r.out;
 }
 
 }  // namespace

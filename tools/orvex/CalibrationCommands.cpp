@@ -159,15 +159,19 @@ int calibrateFromAgent(const Options& options, const Args& args) {
             return fail("the weather agent could not be asked (see -v for the platform's error)");
         }
         guint timer = g_timeout_add(static_cast<guint>(timeout * 1000), timedOut, loop);
+        bool completed = true;
         try {
-            g_main_loop_run(loop);
+            completed = runMainLoop(loop);
         } catch (const std::exception& e) {
             g_source_remove(timer);
             g_main_loop_unref(loop);
             return fail(std::string("the weather agent's answer is not readable (") + e.what() +
                         ")");
         }
-        if (listener.result < 0) {
+        if (!completed) {
+            if (listener.result < 0) g_source_remove(timer);
+            rc = interruptedExit();
+        } else if (listener.result < 0) {
             char seconds[32];
             snprintf(seconds, sizeof seconds, "%g", timeout);
             rc = fail(std::string("the weather agent did not answer within ") + seconds + " s");
@@ -204,7 +208,14 @@ struct PositionWaiter : IOrvexLocationListener {
     void onLocationEnableResult(int state) override {
         if (state == 0 && loop) g_main_loop_quit(loop);
     }
+    static gboolean expire(gpointer data) {
+        auto* self = static_cast<PositionWaiter*>(data);
+        self->expired = true;
+        g_main_loop_quit(self->loop);
+        return G_SOURCE_REMOVE;
+    }
     GMainLoop* loop = nullptr;
+    bool expired = false;
 };
 
 // The location service's position, waiting on the main loop for the service to come up.
@@ -219,10 +230,9 @@ bool positionFromLocationService(double* lat, double* lon) {
     double alt = 0;
     bool ok = false;
     if (rc == 0) {
-        guint timer = g_timeout_add(5000, timedOut, loop);
-        g_main_loop_run(loop);
-        if (mgr->getLocationState() == OrvexLocationMgr::LOCATION_STATE_ENABLED)
-            g_source_remove(timer);
+        guint timer = g_timeout_add(5000, &PositionWaiter::expire, &waiter);
+        runMainLoop(loop);
+        if (!waiter.expired) g_source_remove(timer);
         ok = mgr->getCurrentPosition(lat, lon, &alt) == 0;
     }
     g_main_loop_unref(loop);
@@ -263,10 +273,11 @@ int calibrateFromService(const Options& options, const Args& args) {
     mgr->Request(lat, lon, timeout * 1000.0);
     // The manager ends a timed-out request silently; this wakes the tool a little later.
     guint timer = g_timeout_add(static_cast<guint>(timeout * 1000) + 200, timedOut, loop);
-    g_main_loop_run(loop);
-    if (listener.answered) g_source_remove(timer);
+    bool completed = runMainLoop(loop);
+    if (listener.answered || !completed) g_source_remove(timer);
     g_main_loop_unref(loop);
     OrvexAltitudeMgr::deleteInstance();
+    if (!completed) return interruptedExit();
 
     char seconds[32];
     snprintf(seconds, sizeof seconds, "%g", timeout);

@@ -75,9 +75,13 @@ int readPosition(const Options& options, double timeout) {
                         : "the location service refused (error " + std::to_string(rc) + ")");
     }
     guint timer = g_timeout_add(static_cast<guint>(timeout * 1000), quit, loop);
-    g_main_loop_run(loop);
-    if (listener.finished) g_source_remove(timer);
+    bool completed = runMainLoop(loop);
+    if (listener.finished || !completed) g_source_remove(timer);
     g_main_loop_unref(loop);
+    if (!completed) {
+        OrvexLocationMgr::deleteInstance();
+        return interruptedExit();
+    }
 
     double lat = 0, lon = 0, alt = 0;
     int result;

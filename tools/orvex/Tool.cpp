@@ -7,6 +7,11 @@
 #include <iostream>
 #include <sstream>
 
+#include <glib-unix.h>
+#include <glib.h>
+
+#include <csignal>
+
 #include "OrvexStorageMgr.h"
 
 namespace orvex_tool {
@@ -197,6 +202,35 @@ std::string formatDouble(double value, int decimals) {
     char buf[64];
     snprintf(buf, sizeof buf, "%.*f", decimals, value);
     return buf;
+}
+
+namespace {
+struct LoopRun {
+    GMainLoop* loop;
+    bool signalled;
+};
+
+gboolean onSignal(gpointer data) {
+    auto* run = static_cast<LoopRun*>(data);
+    run->signalled = true;
+    g_main_loop_quit(run->loop);
+    return G_SOURCE_CONTINUE;
+}
+}  // namespace
+
+bool runMainLoop(GMainLoop* loop) {
+    LoopRun run{loop, false};
+    guint sigint = g_unix_signal_add(SIGINT, onSignal, &run);
+    guint sigterm = g_unix_signal_add(SIGTERM, onSignal, &run);
+    g_main_loop_run(loop);
+    g_source_remove(sigint);
+    g_source_remove(sigterm);
+    return !run.signalled;
+}
+
+int interruptedExit() {
+    std::cerr << "orvex: interrupted\n";
+    return 130;
 }
 
 bool initialiseStore() {

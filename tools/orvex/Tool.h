@@ -66,6 +66,12 @@ double metresTo(int distanceCode, double metres);
 double hpaTo(int pressureCode, double hpa);
 std::string formatDouble(double value, int decimals);
 
+// Runs the loop until something quits it or Ctrl-C (SIGINT) or SIGTERM arrives; false when a
+// signal ended it. The caller then ends normally, so every singleton is still deleted on exit.
+bool runMainLoop(struct _GMainLoop* loop);
+// One line on stderr for a command that a signal interrupted; returns the exit code (130).
+int interruptedExit();
+
 // Opens the library's store the way the application does at start.
 bool initialiseStore();
 
