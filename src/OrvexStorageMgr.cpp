@@ -278,8 +278,10 @@ void OrvexStorageMgr::addDataSLPHistory(long long time, double slp) {
     // counts as recorded.
     if (history.find(t) != std::string::npos) return;
 
-    char pressure[64];
-    snprintf(pressure, sizeof pressure, "%f", slp);
+    // "%f" of a huge value runs to hundreds of digits: sized to fit, never cut.
+    int length = snprintf(nullptr, 0, "%f", slp);
+    std::string pressure(length > 0 ? static_cast<size_t>(length) : 0, '\0');
+    snprintf(&pressure[0], pressure.size() + 1, "%f", slp);
     history += "T:" + t + ";P+" + pressure;
     preference_set_string(KEY_DATA_SEE_LEVEL_HISTORY, history.c_str());
 }

@@ -96,7 +96,8 @@ void OrvexWeather::_MessagePortCallback(int, const char*, const char*, bool, bun
         if (pressure == NO_SLP_MARKER) {
             ORVEX_LOGE("ERROR : Location is not supprot SLP");
             result = RESULT_NO_SLP;
-        } else if (now - refreshed > MAX_AGE_SECONDS) {
+        } else if (refreshed < now - MAX_AGE_SECONDS) {
+            // The same as now - refreshed > 3600, without overflowing for a far-past time.
             ORVEX_LOGE("Weather has old Info");
             result = RESULT_OLD;
         } else {

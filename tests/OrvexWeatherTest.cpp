@@ -109,6 +109,9 @@ TEST_F(OrvexWeatherTest, AgeBoundaryAndTheNoPressureMarker) {
     EXPECT_EQ(1013.5, store->getDataSLP());
     EXPECT_EQ(std::stoll(boundary), store->getDataCalTime());
 
+    reply("-9223372036854775808", "1010.0");  // the oldest time there is: stale, no overflow
+    EXPECT_EQ(1, listener.results.back());
+
     reply(now(+600).c_str(), "1015.0");  // a future observation counts as fresh
     EXPECT_EQ(0, listener.results.back());
     EXPECT_EQ(1015.0, store->getDataSLP());

@@ -47,6 +47,14 @@ TEST_F(SlpHistoryTest, EntriesAppendInOrder) {
                   orvex_test::logLines().back().text.find(") > ") + 4));
 }
 
+TEST_F(SlpHistoryTest, HugePressuresAreWrittenInFull) {
+    store->addDataSLPHistory(-9, 1e300);
+    std::string h = history();
+    ASSERT_EQ(0u, h.rfind("T:-9;P+1", 0)) << h;
+    EXPECT_EQ(std::string("T:-9;P+").size() + 301 + 7, h.size());  // 301 digits, ".000000"
+    EXPECT_EQ(".000000", h.substr(h.size() - 7));
+}
+
 TEST_F(SlpHistoryTest, ATimeAlreadyInTheTextSuppressesTheEntry) {
     store->addDataSLPHistory(100, 1013.25);
     store->addDataSLPHistory(100, 1000.0);  // same time
