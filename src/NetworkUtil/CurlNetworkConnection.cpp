@@ -117,9 +117,22 @@ bool CurlNetworkConnection::MutexUnlockImpl(const char*, int) {
 // ---- Worker and pipe ----
 
 void CurlNetworkConnection::StartThread() {
+    // Without a worker nothing would ever run the queued transfers, and every later request would
+    // join them on the same multi handle. They fail now instead, and the next request starts
+    // afresh.
+    auto failQueuedTransfers = [this] {
+        if (!mMultiSession || !mMultiSession->mMultiHandle) return;
+        if (MutexLock()) {
+            for (auto& session : mMultiSession->mEasySessionList)
+                session->mResultState = RESULT_HTTP_FAILED;
+            MutexUnlock();
+        }
+        ResponseHttpRequest();
+    };
     int fds[2];
     if (pipe2(fds, O_CLOEXEC) != 0) {
         ORVEX_LOGE("pipe create failed");
+        failQueuedTransfers();
         return;
     }
     mPipeIOChannelData.mReadFd = fds[0];
@@ -134,6 +147,8 @@ void CurlNetworkConnection::StartThread() {
         0) {
         mThread = 0;
         ORVEX_LOGE("Failed create curl thread");
+        StopThread();
+        failQueuedTransfers();
     }
 }
 
