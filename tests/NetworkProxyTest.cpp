@@ -234,4 +234,27 @@ TEST_F(NetworkProxyTest, AQueueingFailureReachesTheClient) {
     EXPECT_EQ(nullptr, proxy->FindHttpNetworkEventListner(0));
 }
 
+// Out of memory for the engine: the front end still exists, and refuses requests
+// instead of calling through a null engine.
+TEST_F(NetworkProxyTest, AFrontEndWithoutAnEngineRefusesRequests) {
+    NetworkProxy::Destory();
+    {
+        FailNothrowNew failing(1);  // the front end is allocated, its engine is not
+        proxy = NetworkProxy::GetInstance();
+    }
+    ASSERT_NE(nullptr, proxy);
+    ClientEvents client;
+    int id = proxy->RegisterHttpNetworkEventListener(&client);
+    clearLog();
+    proxy->HttpRequest(get("http://127.0.0.1:9/"), id);
+    EXPECT_EQ((std::vector<std::string>{"request failed"}), client.events);
+    EXPECT_EQ((std::vector<std::string>{"Invalid network proxyt ptr"}), errors());
+    EXPECT_TRUE(curlOptionCalls().empty());
+
+    // The refused request left no entry behind.
+    proxy->HttpCancel(0);
+    EXPECT_EQ("Invalid reqID", errors().back());
+    EXPECT_EQ(nullptr, proxy->FindHttpNetworkEventListner(0));
+}
+
 }  // namespace

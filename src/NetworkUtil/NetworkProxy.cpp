@@ -32,9 +32,16 @@ void NetworkProxy::Destory() {
 }
 
 NetworkProxy::NetworkProxy() : mListenerIdCounter(0), mRequestIdCounter(0) {
-    auto connection = std::make_shared<CurlNetworkConnection>();
+    // GetInstance must not throw: without memory for the engine the front end still exists and
+    // refuses every request.
+    auto* connection = new (std::nothrow) CurlNetworkConnection();
+    if (!connection) return;
     connection->SetListener(this);
-    mNetworkConnection = connection;
+    try {
+        mNetworkConnection.reset(connection);
+    } catch (const std::bad_alloc&) {
+        // reset() has deleted the engine already.
+    }
 }
 
 NetworkProxy::~NetworkProxy() {
@@ -113,6 +120,12 @@ void NetworkProxy::HttpRequest(const NetProxyHttpReqData& request, int listenerI
         ORVEX_LOGE("Invalid networkReqID");
         return;
     }
+    if (!mNetworkConnection) {
+        ORVEX_LOGE("Invalid network proxyt ptr");
+        if (HttpNetworkEventListner* listener = mListenerMap[listenerId])
+            listener->OnHttpRequestFailed();
+        return;
+    }
     RegisterDataUsageToSystem();
 
     auto curlRequest = std::make_shared<CurlHttpRequestData>();
@@ -123,7 +136,7 @@ void NetworkProxy::HttpRequest(const NetProxyHttpReqData& request, int listenerI
         if (!header.empty()) curlRequest->Headers.push_back(header);
     mRequestMap[curlRequest->RequestId] = listenerId;
 
-    if (mNetworkConnection) mNetworkConnection->HttpRequest(curlRequest);
+    mNetworkConnection->HttpRequest(curlRequest);
 }
 
 void NetworkProxy::HttpCancel(int requestId) {

@@ -13,6 +13,7 @@ namespace {
 
 std::string g_root;
 std::atomic<bool> g_failNothrow{false};
+std::atomic<int> g_nothrowAllowed{0};
 
 void removeRoot() {
     if (!g_root.empty()) {
@@ -89,7 +90,10 @@ std::string errorText(const std::string& message) {
 
 std::string infoText(const std::string& message) { return "\033[0;32m" + message + "\033[0;m"; }
 
-FailNothrowNew::FailNothrowNew() { g_failNothrow = true; }
+FailNothrowNew::FailNothrowNew(int allowed) {
+    g_nothrowAllowed = allowed;
+    g_failNothrow = true;
+}
 FailNothrowNew::~FailNothrowNew() { g_failNothrow = false; }
 
 void HostTest::SetUp() { ASSERT_EQ(0, orvex_host_reset()); }
@@ -101,7 +105,7 @@ void HostTest::TearDown() { orvex_host_clear_faults(); }
 // Replaces the non-throwing allocation of the whole test process, the library's included, so that
 // a test can make it fail.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    if (orvex_test::g_failNothrow) return nullptr;
+    if (orvex_test::g_failNothrow && orvex_test::g_nothrowAllowed.fetch_sub(1) <= 0) return nullptr;
     try {
         return ::operator new(size);
     } catch (...) {

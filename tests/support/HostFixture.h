@@ -39,10 +39,11 @@ bool logged(int prio, const std::string& message);
 std::string errorText(const std::string& message);
 std::string infoText(const std::string& message);
 
-// Makes the next non-throwing allocations fail (operator new with std::nothrow) while alive.
+// Makes non-throwing allocations (operator new with std::nothrow) fail while alive, after letting
+// the first `allowed` of them through.
 class FailNothrowNew {
 public:
-    FailNothrowNew();
+    explicit FailNothrowNew(int allowed = 0);
     ~FailNothrowNew();
 };
 
