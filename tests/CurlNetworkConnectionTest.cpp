@@ -682,6 +682,7 @@ TEST_F(CurlEngineTest, AnInterruptedWaitIsLoggedAndTheWorkerCarriesOn) {
     sigemptyset(&action.sa_mask);
     struct sigaction saved {};
     ASSERT_EQ(0, sigaction(SIGUSR2, &action, &saved));
+    std::shared_ptr<void> restore(nullptr, [&](void*) { sigaction(SIGUSR2, &saved, nullptr); });
 
     TestHttpServer server;
     server.route("/late", {200, {}, "late", false, false, 600});
@@ -697,7 +698,6 @@ TEST_F(CurlEngineTest, AnInterruptedWaitIsLoggedAndTheWorkerCarriesOn) {
     EXPECT_TRUE(logged(DLOG_ERROR, "select error"));
     ASSERT_TRUE(finishes(1));
     EXPECT_EQ("response 1 late", events.events.back());
-    sigaction(SIGUSR2, &saved, nullptr);
 }
 
 TEST_F(CurlEngineTest, WriteCallbackAndBodyAppend) {
