@@ -59,20 +59,38 @@ public:
     long bytes = 0;
 };
 
-void proxyRequests(benchmark::State& state, bool hostName, int perIteration) {
-    NetworkProxy* proxy = NetworkProxy::GetInstance();
-    Counter counter;
-    int id = proxy->RegisterHttpNetworkEventListener(&counter);
-    NetProxyHttpReqData request;
-    request.URL = urlFor(hostName);
-    for (auto _ : state) {
-        int target = counter.done + counter.failed + perIteration;
-        for (int i = 0; i < perIteration; ++i) proxy->HttpRequest(request, id);
-        while (counter.done + counter.failed < target) g_main_context_iteration(nullptr, TRUE);
+// A client of NetworkProxy that sends requests and waits on the main loop for their answers.
+class ProxyClient {
+public:
+    explicit ProxyClient(bool hostName) : proxy_(NetworkProxy::GetInstance()) {
+        id_ = proxy_->RegisterHttpNetworkEventListener(&counter_);
+        request_.URL = urlFor(hostName);
     }
-    if (counter.failed) state.SkipWithError("requests failed");
-    proxy->UnRegisterHttpNetworkEventListener(id);
-    NetworkProxy::Destory();
+    ~ProxyClient() {
+        proxy_->UnRegisterHttpNetworkEventListener(id_);
+        NetworkProxy::Destory();
+    }
+    void run(int requests) {
+        int target = counter_.done + counter_.failed + requests;
+        for (int i = 0; i < requests; ++i) proxy_->HttpRequest(request_, id_);
+        while (counter_.done + counter_.failed < target) g_main_context_iteration(nullptr, TRUE);
+    }
+    bool anyFailed() const { return counter_.failed != 0; }
+    const std::string& url() const { return request_.URL; }
+
+private:
+    NetworkProxy* proxy_;
+    Counter counter_;
+    int id_;
+    NetProxyHttpReqData request_;
+};
+
+void proxyRequests(benchmark::State& state, bool hostName, int perIteration) {
+    {
+        ProxyClient client(hostName);
+        for (auto _ : state) client.run(perIteration);
+        if (client.anyFailed()) state.SkipWithError("requests failed");
+    }
     state.SetItemsProcessed(state.iterations() * perIteration);
 }
 
@@ -92,14 +110,18 @@ CURL* easyFor(const std::string& url, long* total) {
 }
 
 // A fresh handle per request, as the engine makes one: no connection is reused on either side.
+bool curlGet(const std::string& url, long* total) {
+    CURL* easy = easyFor(url, total);
+    bool ok = curl_easy_perform(easy) == CURLE_OK;
+    curl_easy_cleanup(easy);
+    return ok;
+}
+
 void curlEasy(benchmark::State& state, bool hostName) {
     std::string url = urlFor(hostName);
     long total = 0;
-    for (auto _ : state) {
-        CURL* easy = easyFor(url, &total);
-        if (curl_easy_perform(easy) != CURLE_OK) state.SkipWithError("transfer failed");
-        curl_easy_cleanup(easy);
-    }
+    for (auto _ : state)
+        if (!curlGet(url, &total)) state.SkipWithError("transfer failed");
     state.SetItemsProcessed(state.iterations());
 }
 
@@ -192,33 +214,25 @@ void pairedGet(benchmark::State& state, bool hostName) {
     auto micros = [](Clock::time_point since) {
         return std::chrono::duration<double, std::micro>(Clock::now() - since).count();
     };
-    NetworkProxy* proxy = NetworkProxy::GetInstance();
-    Counter counter;
-    int id = proxy->RegisterHttpNetworkEventListener(&counter);
-    NetProxyHttpReqData request;
-    request.URL = urlFor(hostName);
-    long total = 0;
     std::vector<double> viaProxy, viaCurl, handoff;
-    for (auto _ : state) {
-        auto start = Clock::now();
-        int target = counter.done + counter.failed + 1;
-        proxy->HttpRequest(request, id);
-        while (counter.done + counter.failed < target) g_main_context_iteration(nullptr, TRUE);
-        viaProxy.push_back(micros(start));
+    {
+        ProxyClient client(hostName);
+        long total = 0;
+        for (auto _ : state) {
+            auto start = Clock::now();
+            client.run(1);
+            viaProxy.push_back(micros(start));
 
-        start = Clock::now();
-        CURL* easy = easyFor(request.URL, &total);
-        if (curl_easy_perform(easy) != CURLE_OK) state.SkipWithError("transfer failed");
-        curl_easy_cleanup(easy);
-        viaCurl.push_back(micros(start));
+            start = Clock::now();
+            if (!curlGet(client.url(), &total)) state.SkipWithError("transfer failed");
+            viaCurl.push_back(micros(start));
 
-        start = Clock::now();
-        if (!handoffOnce()) state.SkipWithError("no pipe or thread");
-        handoff.push_back(micros(start));
+            start = Clock::now();
+            if (!handoffOnce()) state.SkipWithError("no pipe or thread");
+            handoff.push_back(micros(start));
+        }
+        if (client.anyFailed()) state.SkipWithError("requests failed");
     }
-    if (counter.failed) state.SkipWithError("requests failed");
-    proxy->UnRegisterHttpNetworkEventListener(id);
-    NetworkProxy::Destory();
     double p = median(viaProxy), c = median(viaCurl), h = median(handoff);
     state.counters["proxy_us"] = p;
     state.counters["curl_us"] = c;

@@ -28,19 +28,8 @@ struct RecordingListener : IOrvexWeatherListener {
     std::vector<int> results;
 };
 
-class OrvexWeatherTest : public orvex_test::HostTest {
+class OrvexWeatherTest : public orvex_test::StoreTest {
 protected:
-    void SetUp() override {
-        HostTest::SetUp();
-        store = OrvexStorageMgr::getInstance();
-        store->initStorage();
-        orvex_test::clearLog();
-    }
-    void TearDown() override {
-        OrvexStorageMgr::deleteInstance();
-        HostTest::TearDown();
-    }
-
     // Plays one reply of the agent through the port and waits until `to` has heard it.
     void reply(const char* time, const char* pressure) { reply(time, pressure, listener); }
     void reply(const char* time, const char* pressure, RecordingListener& to) {
@@ -64,7 +53,6 @@ protected:
         return out;
     }
 
-    OrvexStorageMgr* store = nullptr;
     RecordingListener listener;
 };
 

@@ -12,25 +12,14 @@
 
 namespace {
 
-class SlpHistoryTest : public orvex_test::HostTest {
+class SlpHistoryTest : public orvex_test::StoreTest {
 protected:
-    void SetUp() override {
-        HostTest::SetUp();
-        store = OrvexStorageMgr::getInstance();
-        store->initStorage();
-        orvex_test::clearLog();
-    }
-    void TearDown() override {
-        OrvexStorageMgr::deleteInstance();
-        HostTest::TearDown();
-    }
     std::string history() {
         char* h = store->getDataSLPHistory();
         std::string out = h;
         free(h);
         return out;
     }
-    OrvexStorageMgr* store = nullptr;
 };
 
 TEST_F(SlpHistoryTest, EntriesAppendInOrder) {

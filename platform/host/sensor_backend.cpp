@@ -70,6 +70,21 @@ private:
     std::deque<std::pair<double, double>> samples_;
 };
 
+// A back end that only knows the present: the trend comes from the readings this process made.
+// read() must add each reading to history_.
+class RecordedTrendBackend : public Backend {
+public:
+    double trend(double t) override {
+        // The pressure event of the same moment has read the device already.
+        Reading r;
+        if (!history_.has(t)) read(t, &r);
+        return history_.trend();
+    }
+
+protected:
+    History history_;
+};
+
 // A walker: a long climb and descent over two hours, hills of twenty minutes and short slopes,
 // under the shared weather. Phases come from the seed, so a seed gives one reproducible walk.
 class SimBackend : public Backend {
@@ -125,7 +140,7 @@ bool exists(const std::string& path) { return access(path.c_str(), R_OK) == 0; }
 
 // IIO reports pressure in kilopascals, either ready (in_pressure_input) or as raw counts with a
 // scale and an optional offset.
-class IioBackend : public Backend {
+class IioBackend : public RecordedTrendBackend {
 public:
     explicit IioBackend(const std::string& root) {
         DIR* dir = opendir(root.c_str());
@@ -176,20 +191,13 @@ public:
         history_.add(t, out->hpa);
         return ReadResult::kOk;
     }
-    double trend(double t) override {
-        // The pressure event of the same moment has read the device already.
-        Reading r;
-        if (!history_.has(t)) read(t, &r);
-        return history_.trend();
-    }
 
 private:
     std::string device_, input_, raw_, scale_, offset_, temp_;
-    History history_;
 };
 
 // "seconds,hPa" rows; the replay starts at the first row when the back end is first read.
-class TraceBackend : public Backend {
+class TraceBackend : public RecordedTrendBackend {
 public:
     TraceBackend(const std::string& path, bool loop) : loop_(loop) {
         if (path.empty()) {
@@ -257,18 +265,11 @@ public:
         history_.add(t, out->hpa);
         return ReadResult::kOk;
     }
-    double trend(double t) override {
-        // The pressure event of the same moment has read the device already.
-        Reading r;
-        if (!history_.has(t)) read(t, &r);
-        return history_.trend();
-    }
 
 private:
     bool loop_;
     double start_ = -1.0;
     std::vector<std::pair<double, double>> rows_;
-    History history_;
 };
 
 std::string g_key;

@@ -59,6 +59,14 @@ std::string redactSecrets(std::string line) {
     return line;
 }
 
+// Frees a transfer's easy handle and header list and forgets them.
+void releaseTransfer(CURL*& easy, curl_slist*& headers) {
+    if (headers) curl_slist_free_all(headers);
+    headers = nullptr;
+    curl_easy_cleanup(easy);
+    easy = nullptr;
+}
+
 int curlVerboseToLog(CURL*, curl_infotype type, char* data, size_t size, void*) {
     const char* direction;
     switch (type) {
@@ -347,10 +355,7 @@ void CurlNetworkConnection::ResponseHttpRequest() {
     curl_multi_cleanup(mMultiSession->mMultiHandle);
     mMultiSession->mMultiHandle = nullptr;
     for (auto& session : finished) {
-        if (session->mHeaderList) curl_slist_free_all(session->mHeaderList);
-        session->mHeaderList = nullptr;
-        curl_easy_cleanup(session->mEasyHandle);
-        session->mEasyHandle = nullptr;
+        releaseTransfer(session->mEasyHandle, session->mHeaderList);
     }
     mMultiSession->mEasySessionList.clear();
     bool restart = false;
@@ -365,10 +370,7 @@ void CurlNetworkConnection::ResponseHttpRequest() {
                 continue;
             }
             ORVEX_LOGE("[Failed] curl_multi_add_handle");
-            if (session->mHeaderList) curl_slist_free_all(session->mHeaderList);
-            session->mHeaderList = nullptr;
-            curl_easy_cleanup(session->mEasyHandle);
-            session->mEasyHandle = nullptr;
+            releaseTransfer(session->mEasyHandle, session->mHeaderList);
             session->mResultState = RESULT_HTTP_FAILED;
             finished.push_back(session);
         }
@@ -579,8 +581,7 @@ void CurlNetworkConnection::HttpRequest(std::shared_ptr<IHttpRequestData> reques
 
     if (failed) {
         ORVEX_LOGE("Failed append easy session");
-        curl_easy_cleanup(easy);
-        if (headerList) curl_slist_free_all(headerList);
+        releaseTransfer(session->mEasyHandle, session->mHeaderList);
         // A multi handle made for this request alone has no worker; keeping it would leave the
         // next request waiting for one that never starts.
         if (newMultiHandle && mMultiSession->mEasySessionList.empty()) {
@@ -647,10 +648,7 @@ void CurlNetworkConnection::DestoryHttpRequest(std::shared_ptr<CurlSingleEasySes
         return;
     }
     curl_multi_remove_handle(mMultiSession->mMultiHandle, session->mEasyHandle);
-    curl_easy_cleanup(session->mEasyHandle);
-    session->mEasyHandle = nullptr;
-    if (session->mHeaderList) curl_slist_free_all(session->mHeaderList);
-    session->mHeaderList = nullptr;
+    releaseTransfer(session->mEasyHandle, session->mHeaderList);
     mMultiSession->mEasySessionList.remove(session);
     // Reported as "request completed" with the mutex still held: the listener must not call
     // back into the engine from here.
@@ -667,10 +665,7 @@ void CurlNetworkConnection::DestoryAllHttpRequest() {
     curl_multi_cleanup(mMultiSession->mMultiHandle);
     mMultiSession->mMultiHandle = nullptr;
     for (auto& session : mMultiSession->mEasySessionList) {
-        if (session->mHeaderList) curl_slist_free_all(session->mHeaderList);
-        session->mHeaderList = nullptr;
-        curl_easy_cleanup(session->mEasyHandle);
-        session->mEasyHandle = nullptr;
+        releaseTransfer(session->mEasyHandle, session->mHeaderList);
     }
     mMultiSession->mEasySessionList.clear();
     mMultiSession.reset();

@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <new>
 
+#include "OrvexStorageMgr.h"
+
 namespace orvex_test {
 namespace {
 
@@ -99,6 +101,18 @@ FailNothrowNew::~FailNothrowNew() { g_failNothrow = false; }
 void HostTest::SetUp() { ASSERT_EQ(0, orvex_host_reset()); }
 
 void HostTest::TearDown() { orvex_host_clear_faults(); }
+
+void StoreTest::SetUp() {
+    HostTest::SetUp();
+    store = OrvexStorageMgr::getInstance();
+    store->initStorage();
+    clearLog();
+}
+
+void StoreTest::TearDown() {
+    OrvexStorageMgr::deleteInstance();
+    HostTest::TearDown();
+}
 
 }  // namespace orvex_test
 

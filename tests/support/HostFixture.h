@@ -10,6 +10,8 @@
 #include <orvex_host/control.h>
 #include <platform/dlog.h>
 
+class OrvexStorageMgr;
+
 namespace orvex_test {
 
 struct LogLine {
@@ -51,6 +53,15 @@ class HostTest : public ::testing::Test {
 protected:
     void SetUp() override;
     void TearDown() override;
+};
+
+// A HostTest with the settings store created and initialised, and the log cleared after that.
+class StoreTest : public HostTest {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    OrvexStorageMgr* store = nullptr;
 };
 
 }  // namespace orvex_test
