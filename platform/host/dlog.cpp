@@ -68,21 +68,28 @@ extern "C" int __dlog_print(log_id_t log_id, int prio, const char* tag, const ch
         return DLOG_ERROR_INVALID_PARAMETER;
     ORVEX_HOST_FAULT_RETURN("__dlog_print");
 
+    // Most lines fit the stack buffer and are formatted once.
+    char buffer[512];
     va_list ap;
     va_start(ap, fmt);
     va_list copy;
     va_copy(copy, ap);
-    int n = vsnprintf(nullptr, 0, fmt, copy);
+    int n = vsnprintf(buffer, sizeof buffer, fmt, copy);
     va_end(copy);
-    std::string text(n > 0 ? static_cast<size_t>(n) : 0, '\0');
-    if (n > 0) vsnprintf(text.data(), text.size() + 1, fmt, ap);
+    std::string text;
+    if (n > 0 && static_cast<size_t>(n) < sizeof buffer) {
+        text.assign(buffer, static_cast<size_t>(n));
+    } else if (n > 0) {
+        text.resize(static_cast<size_t>(n));
+        vsnprintf(text.data(), text.size() + 1, fmt, ap);
+    }
     va_end(ap);
 
     std::lock_guard<std::mutex> lock(g_logMutex);
     if (prio >= threshold() && threshold() < DLOG_SILENT)
         fprintf(stderr, "%s/%s: %s\n", prioLetter(prio), tag, text.c_str());
     if (g_lines.size() >= kMaxCaptured) g_lines.pop_front();
-    g_lines.push_back(Line{prio, tag, text});
+    g_lines.push_back(Line{prio, tag, std::move(text)});
     return n;
 }
 

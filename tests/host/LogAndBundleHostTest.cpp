@@ -64,9 +64,23 @@ TEST_F(LogHostTest, RejectsBadArgumentsAndInjectedFaults) {
     orvex_host_fail_next("__dlog_print", 1, -5);
     EXPECT_EQ(-5, __dlog_print(LOG_ID_MAIN, DLOG_INFO, "T", "dropped"));
     EXPECT_EQ(0u, orvex_host_log_count());
-    std::string long_text(5000, 'x');
-    EXPECT_EQ(5000, __dlog_print(LOG_ID_MAIN, DLOG_INFO, "T", "%s", long_text.c_str()));
-    EXPECT_EQ(long_text, orvex_test::logLines().at(0).text);
+}
+
+TEST_F(LogHostTest, KeepsLinesWholeAtEveryLength) {
+    // Around the formatting buffer's size, and far beyond it.
+    const size_t lengths[] = {0, 1, 510, 511, 512, 513, 5000};
+    for (size_t length : lengths) {
+        std::string text(length, 'x');
+        if (length) text.back() = 'y';
+        EXPECT_EQ(static_cast<int>(length),
+                  __dlog_print(LOG_ID_MAIN, DLOG_INFO, "T", "%s", text.c_str()));
+    }
+    auto lines = orvex_test::logLines();
+    ASSERT_EQ(sizeof lengths / sizeof lengths[0], lines.size());
+    for (size_t i = 0; i < lines.size(); ++i) {
+        ASSERT_EQ(lengths[i], lines[i].text.size());
+        if (lengths[i]) EXPECT_EQ('y', lines[i].text.back()) << lengths[i];
+    }
 }
 
 class BundleHostTest : public orvex_test::HostTest {};
