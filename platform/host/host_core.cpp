@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
@@ -25,6 +26,9 @@ struct Fault {
 
 std::mutex g_faultMutex;
 std::map<std::string, Fault> g_faults;
+// Every platform call asks whether it must fail; almost always nothing is armed, and the answer
+// then needs neither the lock nor a lookup.
+std::atomic<bool> g_faultsArmed{false};
 
 std::mutex g_dirMutex;
 std::string g_dataDir;  // empty: not resolved yet
@@ -73,6 +77,7 @@ void closeStoreLocked() {
 }  // namespace
 
 bool fault(const char* function, int* code) {
+    if (!g_faultsArmed.load(std::memory_order_acquire)) return false;
     std::lock_guard<std::mutex> lock(g_faultMutex);
     auto it = g_faults.find(function);
     if (it == g_faults.end()) return false;
@@ -81,7 +86,10 @@ bool fault(const char* function, int* code) {
         return false;
     }
     *code = it->second.code;
-    if (it->second.remaining > 0 && --it->second.remaining == 0) g_faults.erase(it);
+    if (it->second.remaining > 0 && --it->second.remaining == 0) {
+        g_faults.erase(it);
+        g_faultsArmed.store(!g_faults.empty(), std::memory_order_release);
+    }
     return true;
 }
 
@@ -259,9 +267,11 @@ extern "C" void orvex_host_fail_after(const char* function, int skip, int count,
     if (!function || count == 0) return;
     std::lock_guard<std::mutex> lock(g_faultMutex);
     g_faults[function] = Fault{skip > 0 ? skip : 0, count < 0 ? -1 : count, code};
+    g_faultsArmed.store(true, std::memory_order_release);
 }
 
 extern "C" void orvex_host_clear_faults(void) {
     std::lock_guard<std::mutex> lock(g_faultMutex);
     g_faults.clear();
+    g_faultsArmed.store(false, std::memory_order_release);
 }
