@@ -491,10 +491,11 @@ TEST_F(CurlEngineTest, ProxyRule) {
 
 TEST_F(CurlEngineTest, VerboseOutputReachesTheLogWithoutSecrets) {
     TestHttpServer server;
-    server.route("/v1", {302, {{"Location", "/v2?apiKey=SECRETKEY2&lang=en"}}, ""});
+    server.route("/v1", {302, {{"Location", "/v2?lang=en&apiKey=SECRETKEY2"}}, ""});
     server.route("/v2", {200, {}, "{}"});
-    engine->HttpRequest(request(1, server.url("/v1?q=1&apikey=SECRETKEY1&details=true"), "",
-                                {"Authorization: Bearer SECRETTOKEN", "Accept: */*"}));
+    engine->HttpRequest(
+        request(1, server.url("/v1?q=1&apikey=SECRETKEY1&details=true&APIKEY=SECRETKEY3#frag"), "",
+                {"Authorization: Bearer SECRETTOKEN", "Accept: */*"}));
     ASSERT_TRUE(finishes(1));
     EXPECT_EQ("response 1 {}", events.events.back());
 
@@ -506,9 +507,11 @@ TEST_F(CurlEngineTest, VerboseOutputReachesTheLogWithoutSecrets) {
     auto seen = [&](const std::string& m) {
         return std::find(info.begin(), info.end(), m) != info.end();
     };
-    EXPECT_TRUE(seen("> GET /v1?q=1&apikey=<redacted>&details=true HTTP/1.1"));
+    // Every key of a line, whatever its case, and one that ends the line.
+    EXPECT_TRUE(seen("> GET /v1?q=1&apikey=<redacted>&details=true&APIKEY=<redacted> HTTP/1.1"));
     EXPECT_TRUE(seen("> Authorization: <redacted>"));
-    EXPECT_TRUE(seen("> GET /v2?apiKey=<redacted>&lang=en HTTP/1.1"));
+    EXPECT_TRUE(seen("< Location: /v2?lang=en&apiKey=<redacted>"));
+    EXPECT_TRUE(seen("> GET /v2?lang=en&apiKey=<redacted> HTTP/1.1"));
     EXPECT_TRUE(seen("< HTTP/1.1 200 OK"));
     EXPECT_TRUE(seen("< [2 bytes of data]"));
 }

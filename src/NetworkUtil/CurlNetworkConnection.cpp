@@ -31,32 +31,46 @@ namespace {
 inline void allowCancel() { pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr); }
 inline void forbidCancel() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr); }
 
-bool startsWithNoCase(const std::string& s, size_t pos, const char* prefix) {
+bool startsWithNoCase(const char* text, size_t length, const char* prefix) {
     for (size_t i = 0; prefix[i]; ++i) {
-        if (pos + i >= s.size() || std::tolower(static_cast<unsigned char>(s[pos + i])) !=
-                                       std::tolower(static_cast<unsigned char>(prefix[i])))
+        if (i >= length || std::tolower(static_cast<unsigned char>(text[i])) !=
+                               std::tolower(static_cast<unsigned char>(prefix[i])))
             return false;
     }
     return true;
 }
 
 // Verbose lines can carry the weather services' API keys (in the request line, in a redirect
-// target) and credentials (Authorization headers); none of them may reach the log.
-std::string redactSecrets(std::string line) {
+// target) and credentials (Authorization headers); none of them may reach the log. Returns false,
+// leaving `out` alone, for the common line that carries none, so that it is logged without a
+// copy.
+bool redactSecrets(const char* line, size_t length, std::string& out) {
     static const char* const kCredentialHeaders[] = {"Authorization:", "Proxy-Authorization:"};
     for (const char* header : kCredentialHeaders) {
-        if (startsWithNoCase(line, 0, header)) return std::string(header) + " <redacted>";
+        if (startsWithNoCase(line, length, header)) {
+            out = std::string(header) + " <redacted>";
+            return true;
+        }
     }
     static const char kKey[] = "apikey=";
-    for (size_t pos = 0; pos < line.size(); ++pos) {
-        if ((line[pos] != '?' && line[pos] != '&') || !startsWithNoCase(line, pos + 1, kKey))
+    constexpr size_t kKeyLength = sizeof kKey - 1;
+    bool redacted = false;
+    size_t copied = 0;
+    for (size_t pos = 0; pos < length; ++pos) {
+        if ((line[pos] != '?' && line[pos] != '&') ||
+            !startsWithNoCase(line + pos + 1, length - pos - 1, kKey))
             continue;
-        size_t start = pos + 1 + sizeof kKey - 1;
-        size_t end = line.find_first_of("&# \"'\r\n", start);
-        if (end == std::string::npos) end = line.size();
-        line.replace(start, end - start, "<redacted>");
+        size_t start = pos + 1 + kKeyLength;
+        size_t end = start;
+        while (end < length && !strchr("&# \"'\r\n", line[end])) ++end;
+        if (!redacted) out.clear();
+        out.append(line + copied, start - copied).append("<redacted>");
+        copied = end;
+        redacted = true;
+        pos = end - 1;
     }
-    return line;
+    if (redacted) out.append(line + copied, length - copied);
+    return redacted;
 }
 
 // Frees a transfer's easy handle and header list and forgets them.
@@ -88,15 +102,22 @@ int curlVerboseToLog(CURL*, curl_infotype type, char* data, size_t size, void*) 
         default:  // TLS records
             return 0;
     }
-    std::string text(data, size);
-    size_t begin = 0;
-    while (begin < text.size()) {
-        size_t end = text.find('\n', begin);
-        if (end == std::string::npos) end = text.size();
-        std::string line = text.substr(begin, end - begin);
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (!line.empty()) ORVEX_LOGI("%s%s", direction, redactSecrets(line).c_str());
-        begin = end + 1;
+    // Split in place: libcurl hands over whole header blocks, and most lines are logged as they
+    // stand.
+    std::string redacted;
+    const char* end = data + size;
+    for (const char* line = data; line < end;) {
+        const char* newline = static_cast<const char*>(memchr(line, '\n', end - line));
+        const char* lineEnd = newline ? newline : end;
+        size_t length = static_cast<size_t>(lineEnd - line);
+        if (length && line[length - 1] == '\r') --length;
+        if (length) {
+            if (redactSecrets(line, length, redacted))
+                ORVEX_LOGI("%s%s", direction, redacted.c_str());
+            else
+                ORVEX_LOGI("%s%.*s", direction, static_cast<int>(length), line);
+        }
+        line = lineEnd + 1;
     }
     return 0;
 }
