@@ -185,6 +185,13 @@ protected:
     static const char* const ENCODING_OPTION_VALUE;
 
 private:
+    // Reports a burst whose worker could not start, from the main loop.
+    static gboolean SFailedBurstCB(void* connection);
+    void CancelOneHttpRequest(const std::shared_ptr<IHttpRequestData>* request, int requestId);
+
+    // TLS sessions and DNS answers kept across bursts.
+    CURLSH* mShare;
+
     CurlNetworkConnection(const CurlNetworkConnection&) = delete;
     CurlNetworkConnection& operator=(const CurlNetworkConnection&) = delete;
 };

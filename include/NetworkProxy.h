@@ -3,6 +3,7 @@
 
 #include <map>
 #include <memory>
+#include <vector>
 
 #include "HttpNetworkEventListner.h"
 #include "INetworkConnection.h"
@@ -70,6 +71,11 @@ private:
     std::map<int, int> mRequestMap;
 
     static NetworkProxy* mInstance;
+
+    // Requests refused without an engine, told to their listeners from the main loop.
+    static int SRefusalCB(void* data);
+    std::vector<int> mRefusedListeners;
+    unsigned mRefusalSource;
 };
 
 #endif

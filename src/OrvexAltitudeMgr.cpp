@@ -89,17 +89,21 @@ void OrvexAltitudeMgr::Request(double lat, double lon, double timeout) {
     // Without a front end (out of memory) the registration counts as refused.
     NetworkProxy* proxy = NetworkProxy::GetInstance();
     listenerId = proxy ? proxy->RegisterHttpNetworkEventListener(this) : -1;
-    if (listenerId < 0) {
+    const bool refused = listenerId < 0;
+    // The state is set before the send: a request the engine cannot queue is reported inside the
+    // send, and that failure must leave the manager idle for the next Request.
+    if (refused) {
         OnRequestFailed();
     } else if (isTWCAvailable()) {
-        RequestTWCWeatherInfo(lat, lon);
         requestStatus = STATE_TWC;
+        RequestTWCWeatherInfo(lat, lon);
     } else {
-        RequestLocationID(lat, lon);
         requestStatus = STATE_ACCU_LOCATION;
+        RequestLocationID(lat, lon);
     }
-    // Armed even after a refused registration: when it fires it cancels whatever runs then.
-    if (timeout > 0.0) StartRequestTimer(timeout);
+    // Armed even after a refused registration: when it fires it cancels whatever runs then. A
+    // chain that already failed inside the send has nothing left to time.
+    if (timeout > 0.0 && (refused || requestStatus != STATE_IDLE)) StartRequestTimer(timeout);
 }
 
 void OrvexAltitudeMgr::RequestCancel() {
@@ -126,9 +130,9 @@ void OrvexAltitudeMgr::resetAllRequest() {
 void OrvexAltitudeMgr::RequestLocationID(double lat, double lon) {
     NetProxyHttpReqData data;
     data.URL = GetLocationRequestUrl(lat, lon);
-    if (NetworkProxy* proxy = NetworkProxy::GetInstance()) proxy->HttpRequest(data, listenerId);
     latitude = lat;
     longitude = lon;
+    if (NetworkProxy* proxy = NetworkProxy::GetInstance()) proxy->HttpRequest(data, listenerId);
 }
 
 void OrvexAltitudeMgr::RequestWeatherInfo(std::string locationKey) {
@@ -140,14 +144,19 @@ void OrvexAltitudeMgr::RequestWeatherInfo(std::string locationKey) {
 void OrvexAltitudeMgr::RequestTWCWeatherInfo(double lat, double lon) {
     NetProxyHttpReqData data;
     data.URL = GetTWCInfoRequestUrl(lat, lon);
-    if (NetworkProxy* proxy = NetworkProxy::GetInstance()) proxy->HttpRequest(data, listenerId);
     latitude = lat;
     longitude = lon;
+    if (NetworkProxy* proxy = NetworkProxy::GetInstance()) proxy->HttpRequest(data, listenerId);
 }
 
 void OrvexAltitudeMgr::StartRequestTimer(double timeout) {
     if (requestTimerId != 0) return;
-    requestTimerId = g_timeout_add(static_cast<guint>(timeout), SRequestTimeOutCB, this);
+    // Whole milliseconds, truncated; a time-out longer than a GLib source can hold (or not finite)
+    // waits as long as one can instead of wrapping round to a short one.
+    guint ms = !(timeout < static_cast<double>(G_MAXUINT)) ? G_MAXUINT
+               : timeout > 0.0                             ? static_cast<guint>(timeout)
+                                                           : 0u;
+    requestTimerId = g_timeout_add(ms, SRequestTimeOutCB, this);
 }
 
 void OrvexAltitudeMgr::StopRequestTimer() {
@@ -207,9 +216,10 @@ void OrvexAltitudeMgr::OnHttpResponseCompleted(int, unsigned char* data, int len
     WeatherParser parser;
     parser.Parse(reinterpret_cast<char*>(data), length);
     if (requestStatus == STATE_ACCU_LOCATION) {
-        // One time-out covers both steps; an empty key still makes the second request.
-        RequestWeatherInfo(parser.GetLocationID());
+        // One time-out covers both steps; an empty key still makes the second request. The state
+        // moves first, as in Request, so that a send that fails at once leaves the manager idle.
         requestStatus = STATE_ACCU_WEATHER;
+        RequestWeatherInfo(parser.GetLocationID());
     } else if (requestStatus == STATE_ACCU_WEATHER || requestStatus == STATE_TWC) {
         std::tr1::shared_ptr<WeatherData> record = requestStatus == STATE_ACCU_WEATHER
                                                        ? parser.GetWeatherData()

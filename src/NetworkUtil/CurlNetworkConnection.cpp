@@ -1,12 +1,15 @@
 #include "CurlNetworkConnection.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/select.h>
 #include <unistd.h>
 
 #include <cctype>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <new>
 
 #include <platform/connection.h>
@@ -81,6 +84,24 @@ void releaseTransfer(CURL*& easy, curl_slist*& headers) {
     easy = nullptr;
 }
 
+// The share object is used by the worker (transfers) and the main thread (set-up, clean-up);
+// libcurl asks for a lock per kind of shared data.
+std::mutex g_shareLocks[CURL_LOCK_DATA_LAST];
+
+void lockShare(CURL*, curl_lock_data data, curl_lock_access, void*) { g_shareLocks[data].lock(); }
+
+void unlockShare(CURL*, curl_lock_data data, void*) { g_shareLocks[data].unlock(); }
+
+// Redirects stay on the scheme of the request: an https request never follows a Location to
+// plain http (where its key would go out in clear), ftp or file.
+std::string schemeOf(const std::string& url) {
+    size_t end = url.find("://");
+    if (end == std::string::npos) return std::string();
+    std::string scheme = url.substr(0, end);
+    for (char& c : scheme) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return scheme == "http" || scheme == "https" ? scheme : std::string();
+}
+
 int curlVerboseToLog(CURL*, curl_infotype type, char* data, size_t size, void*) {
     const char* direction;
     switch (type) {
@@ -93,13 +114,7 @@ int curlVerboseToLog(CURL*, curl_infotype type, char* data, size_t size, void*) 
         case CURLINFO_HEADER_OUT:
             direction = "> ";
             break;
-        case CURLINFO_DATA_IN:
-            ORVEX_LOGI("< [%zu bytes of data]", size);
-            return 0;
-        case CURLINFO_DATA_OUT:
-            ORVEX_LOGI("> [%zu bytes of data]", size);
-            return 0;
-        default:  // TLS records
+        default:  // bodies and TLS records: a line per chunk would cost more than it tells
             return 0;
     }
     // Split in place: libcurl hands over whole header blocks, and most lines are logged as they
@@ -124,13 +139,24 @@ int curlVerboseToLog(CURL*, curl_infotype type, char* data, size_t size, void*) 
 
 }  // namespace
 
-CurlNetworkConnection::CurlNetworkConnection() : mListener(nullptr) {
+CurlNetworkConnection::CurlNetworkConnection() : mListener(nullptr), mShare(nullptr) {
     curl_global_init(CURL_GLOBAL_ALL);
     pthread_mutex_init(&mMutex, nullptr);
+    // TLS sessions and DNS answers outlive a burst, so that the second request of a chain resumes
+    // the first one's session instead of a full handshake. Connections are not shared: the multi
+    // handle and its connections still go after each burst.
+    mShare = curl_share_init();
+    if (mShare) {
+        curl_share_setopt(mShare, CURLSHOPT_LOCKFUNC, &lockShare);
+        curl_share_setopt(mShare, CURLSHOPT_UNLOCKFUNC, &unlockShare);
+        curl_share_setopt(mShare, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+        curl_share_setopt(mShare, CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS);
+    }
 }
 
 CurlNetworkConnection::~CurlNetworkConnection() {
     CancelAllHttpRequest();
+    if (mShare) curl_share_cleanup(mShare);
     curl_global_cleanup();
     pthread_mutex_destroy(&mMutex);
 }
@@ -147,8 +173,9 @@ bool CurlNetworkConnection::MutexUnlockImpl(const char*, int) {
 
 void CurlNetworkConnection::StartThread() {
     // Without a worker nothing would ever run the queued transfers, and every later request would
-    // join them on the same multi handle. They fail now instead, and the next request starts
-    // afresh.
+    // join them on the same multi handle. They fail instead, reported from the main loop like any
+    // burst's results (never from inside the request that found the failure), and the next request
+    // starts afresh.
     auto failQueuedTransfers = [this] {
         if (!mMultiSession || !mMultiSession->mMultiHandle) return;
         if (MutexLock()) {
@@ -156,7 +183,7 @@ void CurlNetworkConnection::StartThread() {
                 session->mResultState = RESULT_HTTP_FAILED;
             MutexUnlock();
         }
-        ResponseHttpRequest();
+        mPipeIOChannelData.mWatchId = g_idle_add(&CurlNetworkConnection::SFailedBurstCB, this);
     };
     int fds[2];
     if (pipe2(fds, O_CLOEXEC) != 0) {
@@ -179,6 +206,13 @@ void CurlNetworkConnection::StartThread() {
         StopThread();
         failQueuedTransfers();
     }
+}
+
+gboolean CurlNetworkConnection::SFailedBurstCB(void* connection) {
+    auto* self = static_cast<CurlNetworkConnection*>(connection);
+    self->mPipeIOChannelData.mWatchId = 0;
+    self->ResponseHttpRequest();
+    return FALSE;
 }
 
 void CurlNetworkConnection::StopThread() {
@@ -218,6 +252,12 @@ void CurlNetworkConnection::StopThread() {
 
 void* CurlNetworkConnection::StartCurlMultiMainLoop(void* connection) {
     forbidCancel();
+    // Transfers run with CURLOPT_NOSIGNAL: a write to a socket the server closed must end in
+    // EPIPE here, not in a signal that stops the application.
+    sigset_t pipeSignal;
+    sigemptyset(&pipeSignal);
+    sigaddset(&pipeSignal, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipeSignal, nullptr);
     auto* self = static_cast<CurlNetworkConnection*>(connection);
     int running = 0;
 
@@ -427,6 +467,12 @@ size_t CurlNetworkConnection::ResponseHttpPacketCB(void* data, size_t size, size
         ORVEX_LOGE("Invalid cur http packet data");
         return 0;
     }
+    // Counted on what libcurl has decoded, so that a small compressed answer cannot grow without
+    // bound; refusing the chunk ends the transfer as a failure.
+    if (static_cast<int64_t>(totalPacket->Length) + n > ORVEX_MAX_BODY_BYTES) {
+        ORVEX_LOGE("Response body over %d bytes", static_cast<int>(ORVEX_MAX_BODY_BYTES));
+        return 0;
+    }
     unsigned char* grown = AppendPacketBodyData(totalPacket->Buffer, totalPacket->Length,
                                                 static_cast<unsigned char*>(data), n);
     if (totalPacket->Buffer) delete[] totalPacket->Buffer;
@@ -529,54 +575,57 @@ void CurlNetworkConnection::HttpRequest(std::shared_ptr<IHttpRequestData> reques
 
     CURL* easy = curl_easy_init();
     if (!easy) ORVEX_LOGE("Failed curl_easy_init");
+    // A failed option is logged as this function's own and the set-up goes on.
+    auto set = [easy](CURLoption option, auto value, const char* failure) {
+        if (curl_easy_setopt(easy, option, value) != CURLE_OK)
+            ORVEX_LOGE_IN("HttpRequest", "%s", failure);
+    };
 
-    // Verbose output goes to the platform log (redacted), never to stderr.
-    if (curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, &curlVerboseToLog) != CURLE_OK)
-        ORVEX_LOGE("Failed CURLOPT_DEBUGFUNCTION option");
-    if (curl_easy_setopt(easy, CURLOPT_VERBOSE, 1L) != CURLE_OK)
-        ORVEX_LOGE("Failed CURLOPT_VERBOSE option");
-    if (curl_easy_setopt(easy, CURLOPT_URL, curlRequest->URL.c_str()) != CURLE_OK)
-        ORVEX_LOGE("Failed CURLOPT_URL option");
+    set(CURLOPT_VERBOSE, 1L, "Failed CURLOPT_VERBOSE option");
+    set(CURLOPT_URL, curlRequest->URL.c_str(), "Failed CURLOPT_URL option");
     std::string proxy = GetSystemNetworkProxyAddressStr();
-    if (!proxy.empty() && curl_easy_setopt(easy, CURLOPT_PROXY, proxy.c_str()) != CURLE_OK)
-        ORVEX_LOGE("Failed proxy option");
+    if (!proxy.empty()) set(CURLOPT_PROXY, proxy.c_str(), "Failed proxy option");
     curl_slist* headerList = nullptr;
     for (const std::string& header : curlRequest->Headers) {
         if (header.empty()) continue;
         curl_slist* appended = curl_slist_append(headerList, header.c_str());
         if (appended) headerList = appended;
     }
-    if (headerList && curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headerList) != CURLE_OK)
-        ORVEX_LOGE("Failed CURLOPT_HTTPHEADER option");
-    if (curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L) != CURLE_OK)
-        ORVEX_LOGE("Failed CURLOPT_FOLLOWLOCATION option");
-    if (curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 1L) != CURLE_OK)
-        ORVEX_LOGE("Failed CURLOPT_NOPROGRESS option");
-    if (curl_easy_setopt(easy, CURLOPT_SSL_CIPHER_LIST, SSL_CIPHER_OPTION_VALUE) != CURLE_OK)
-        ORVEX_LOGE("Failed CURLOPT_SSL_CIPHER_LIST option");
+    if (headerList) set(CURLOPT_HTTPHEADER, headerList, "Failed CURLOPT_HTTPHEADER option");
+    set(CURLOPT_FOLLOWLOCATION, 1L, "Failed CURLOPT_FOLLOWLOCATION option");
+    set(CURLOPT_NOPROGRESS, 1L, "Failed CURLOPT_NOPROGRESS option");
+    set(CURLOPT_SSL_CIPHER_LIST, SSL_CIPHER_OPTION_VALUE, "Failed CURLOPT_SSL_CIPHER_LIST option");
     const bool hasBody = !curlRequest->Body.empty();
     // libcurl reads the body in place; the session keeps the request, and so the body, alive.
-    if (hasBody &&
-        curl_easy_setopt(easy, CURLOPT_POSTFIELDS, curlRequest->Body.c_str()) != CURLE_OK)
-        ORVEX_LOGE("Failed CURLOPT_POST option");
-    if (curl_easy_setopt(easy, CURLOPT_POST, hasBody ? 1L : 0L) != CURLE_OK)
-        ORVEX_LOGE("Failed CURLOPT_POST option");
-    if (curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION,
-                         &CurlNetworkConnection::ResponseHttpPacketCB) != CURLE_OK)
-        ORVEX_LOGE("Failed CURLOPT_WRITEFUNCTION option");
+    if (hasBody) set(CURLOPT_POSTFIELDS, curlRequest->Body.c_str(), "Failed CURLOPT_POST option");
+    set(CURLOPT_POST, hasBody ? 1L : 0L, "Failed CURLOPT_POST option");
+    set(CURLOPT_WRITEFUNCTION, &CurlNetworkConnection::ResponseHttpPacketCB,
+        "Failed CURLOPT_WRITEFUNCTION option");
 
     auto response = std::make_shared<CurlHttpResponseData>();
     response->PacketData = std::make_shared<CurlHttpTotalPacketData>();
     CurlHttpTotalPacketData* packet = response->PacketData.get();
 
-    if (curl_easy_setopt(easy, CURLOPT_WRITEDATA, packet) != CURLE_OK)
-        ORVEX_LOGE("Failed CURLOPT_WRITEDATA option");
-    if (curl_easy_setopt(easy, CURLOPT_PRIVATE, packet) != CURLE_OK)
-        ORVEX_LOGE("Failed CURLOPT_PRIVATE option");
-    if (curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, ENCODING_OPTION_VALUE) != CURLE_OK)
-        ORVEX_LOGE("Failed CURLOPT_ENCODING option");
-    if (curl_easy_setopt(easy, CURLOPT_CAINFO, ORVEX_CA_FILE) != CURLE_OK)
-        ORVEX_LOGE("Failed CURLOPT_CAINFO option");
+    set(CURLOPT_WRITEDATA, packet, "Failed CURLOPT_WRITEDATA option");
+    set(CURLOPT_PRIVATE, packet, "Failed CURLOPT_PRIVATE option");
+    set(CURLOPT_ACCEPT_ENCODING, ENCODING_OPTION_VALUE, "Failed CURLOPT_ENCODING option");
+    set(CURLOPT_CAINFO, ORVEX_CA_FILE, "Failed CURLOPT_CAINFO option");
+    if (easy) {
+        // Beyond the request's own options: the verbose lines go to the platform log (redacted),
+        // redirects are few and stay on the request's scheme, libcurl installs no signal
+        // handlers (transfers run on the worker), and TLS sessions are resumed across bursts.
+        set(CURLOPT_DEBUGFUNCTION, &curlVerboseToLog, "Failed CURLOPT_DEBUGFUNCTION option");
+        set(CURLOPT_MAXREDIRS, static_cast<long>(ORVEX_MAX_REDIRECTS),
+            "Failed CURLOPT_MAXREDIRS option");
+        std::string scheme = schemeOf(curlRequest->URL);
+        if (scheme.empty())
+            set(CURLOPT_FOLLOWLOCATION, 0L, "Failed CURLOPT_FOLLOWLOCATION option");
+        else
+            set(CURLOPT_REDIR_PROTOCOLS_STR, scheme.c_str(),
+                "Failed CURLOPT_REDIR_PROTOCOLS_STR option");
+        set(CURLOPT_NOSIGNAL, 1L, "Failed CURLOPT_NOSIGNAL option");
+        if (mShare) set(CURLOPT_SHARE, mShare, "Failed CURLOPT_SHARE option");
+    }
 
     auto session = std::make_shared<CurlSingleEasySession>();
     session->mEasyHandle = easy;
@@ -617,39 +666,35 @@ void CurlNetworkConnection::HttpRequest(std::shared_ptr<IHttpRequestData> reques
 }
 
 void CurlNetworkConnection::CancelHttpRequest(std::shared_ptr<IHttpRequestData> request) {
-    if (!mMultiSession || !mMultiSession->mMultiHandle) {
-        ORVEX_LOGE("Failed get curl multi session");
-        return;
-    }
-    if (!MutexLock()) return;
-    ORVEX_LOGI("##");
-    std::shared_ptr<CurlHttpRequestData> curlRequest =
-        std::dynamic_pointer_cast<CurlHttpRequestData>(request);
-    if (!curlRequest) {
-        ORVEX_LOGE("Failed get curlHttpRequestDataPtr curl multi session");
-        MutexUnlock();
-        return;
-    }
-    std::shared_ptr<CurlSingleEasySession> session = FindSingleEasySessiong(curlRequest->RequestId);
-    if (!session) {
-        ORVEX_LOGE("Failed find curl single easy session ptr");
-        MutexUnlock();
-        return;
-    }
-    DestoryHttpRequest(session);
-    MutexUnlock();
+    CancelOneHttpRequest(&request, -1);
 }
 
 void CurlNetworkConnection::CancelHttpRequest(int requestId) {
+    CancelOneHttpRequest(nullptr, requestId);
+}
+
+// Both cancels: by the request record (its id) or by the id itself.
+void CurlNetworkConnection::CancelOneHttpRequest(const std::shared_ptr<IHttpRequestData>* request,
+                                                 int requestId) {
     if (!mMultiSession || !mMultiSession->mMultiHandle) {
-        ORVEX_LOGE("Failed get curl multi session");
+        ORVEX_LOGE_IN("CancelHttpRequest", "Failed get curl multi session");
         return;
     }
     if (!MutexLock()) return;
-    ORVEX_LOGI("##");
+    ORVEX_LOGI_IN("CancelHttpRequest", "##");
+    if (request) {
+        auto* curlRequest = dynamic_cast<CurlHttpRequestData*>(request->get());
+        if (!curlRequest) {
+            ORVEX_LOGE_IN("CancelHttpRequest",
+                          "Failed get curlHttpRequestDataPtr curl multi session");
+            MutexUnlock();
+            return;
+        }
+        requestId = curlRequest->RequestId;
+    }
     std::shared_ptr<CurlSingleEasySession> session = FindSingleEasySessiong(requestId);
     if (!session) {
-        ORVEX_LOGE("Failed find curl single easy session ptr");
+        ORVEX_LOGE_IN("CancelHttpRequest", "Failed find curl single easy session ptr");
         MutexUnlock();
         return;
     }

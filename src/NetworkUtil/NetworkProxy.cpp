@@ -1,6 +1,9 @@
 #include "NetworkProxy.h"
 
+#include <glib.h>
+
 #include <new>
+#include <vector>
 
 #include "CurlHttpRequestData.h"
 #include "CurlHttpResponseData.h"
@@ -31,7 +34,7 @@ void NetworkProxy::Destory() {
     mInstance = nullptr;
 }
 
-NetworkProxy::NetworkProxy() : mListenerIdCounter(0), mRequestIdCounter(0) {
+NetworkProxy::NetworkProxy() : mListenerIdCounter(0), mRequestIdCounter(0), mRefusalSource(0) {
     // GetInstance must not throw: without memory for the engine the front end still exists and
     // refuses every request.
     auto* connection = new (std::nothrow) CurlNetworkConnection();
@@ -44,7 +47,20 @@ NetworkProxy::NetworkProxy() : mListenerIdCounter(0), mRequestIdCounter(0) {
     }
 }
 
+int NetworkProxy::SRefusalCB(void* data) {
+    auto* self = static_cast<NetworkProxy*>(data);
+    self->mRefusalSource = 0;
+    std::vector<int> refused;
+    refused.swap(self->mRefusedListeners);
+    for (int id : refused) {
+        auto it = self->mListenerMap.find(id);
+        if (it != self->mListenerMap.end() && it->second) it->second->OnHttpRequestFailed();
+    }
+    return G_SOURCE_REMOVE;
+}
+
 NetworkProxy::~NetworkProxy() {
+    if (mRefusalSource) g_source_remove(mRefusalSource);
     mListenerMap.clear();
     mRequestMap.clear();
     // Cancels whatever is still in flight; the engine tells nobody, so no listener is called.
@@ -121,9 +137,11 @@ void NetworkProxy::HttpRequest(const NetProxyHttpReqData& request, int listenerI
         return;
     }
     if (!mNetworkConnection) {
+        // Refused from the main loop, like the engine's own failures: the client is still inside
+        // its call and not ready to hear about it.
         ORVEX_LOGE("Invalid network proxyt ptr");
-        if (HttpNetworkEventListner* listener = mListenerMap[listenerId])
-            listener->OnHttpRequestFailed();
+        mRefusedListeners.push_back(listenerId);
+        if (!mRefusalSource) mRefusalSource = g_idle_add(&NetworkProxy::SRefusalCB, this);
         return;
     }
     RegisterDataUsageToSystem();

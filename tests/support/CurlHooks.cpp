@@ -52,6 +52,7 @@ bool isStringOption(int option) {
         case CURLOPT_POSTFIELDS:
         case CURLOPT_ACCEPT_ENCODING:
         case CURLOPT_CAINFO:
+        case CURLOPT_REDIR_PROTOCOLS_STR:
             return true;
         default:
             return false;

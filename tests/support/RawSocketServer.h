@@ -12,6 +12,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -34,8 +35,12 @@ public:
     RawSocketServer& operator=(const RawSocketServer&) = delete;
 
     bool ok() const { return listenFd_ >= 0; }
+    // Speaks TLS from now on, with the trusted test certificate, and issues session tickets.
+    void useTls();
+    // TLS connections that resumed an earlier session.
+    int resumedCount() const;
     uint16_t port() const { return port_; }
-    std::string url(const std::string& pathAndQuery) const;
+    std::string url(const std::string& pathAndQuery) const;  // http, or https after useTls()
 
     // What to do with the next connections.
     void setAction(Action action, std::string reply = std::string());
@@ -58,6 +63,10 @@ private:
     std::string reply_;
     std::vector<std::string> requests_;
     int accepted_ = 0;
+    bool tls_ = false;
+    int resumed_ = 0;
+    struct Tls;
+    std::shared_ptr<Tls> tlsState_;
     std::vector<int> openFds_;
     std::vector<std::thread> workers_;
     std::thread acceptor_;

@@ -53,6 +53,15 @@ ssize_t readChunk(void* cls, uint64_t, char* buf, size_t max) {
 
 void freeChunk(void* cls) { delete static_cast<ChunkSource*>(cls); }
 
+using Stream = std::function<size_t(char*, size_t)>;
+
+ssize_t readStream(void* cls, uint64_t, char* buf, size_t max) {
+    size_t n = (*static_cast<Stream*>(cls))(buf, max);
+    return n ? static_cast<ssize_t>(n) : MHD_CONTENT_READER_END_OF_STREAM;
+}
+
+void freeStream(void* cls) { delete static_cast<Stream*>(cls); }
+
 MHD_Result collect(void* cls, MHD_ValueKind, const char* key, const char* value) {
     static_cast<HeaderList*>(cls)->emplace_back(key ? key : "", value ? value : "");
     return MHD_YES;
@@ -125,7 +134,11 @@ struct TestHttpServerDetail {
 
         std::string body = route.gzip ? gzipped(route.body) : route.body;
         MHD_Response* response;
-        if (route.chunked) {
+        if (route.makeStream) {
+            response = MHD_create_response_from_callback(
+                route.streamLength == UINT64_MAX ? MHD_SIZE_UNKNOWN : route.streamLength, 64 * 1024,
+                readStream, new Stream(route.makeStream()), freeStream);
+        } else if (route.chunked) {
             auto* src = new ChunkSource{body, 0};
             response = MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, 1024, readChunk, src,
                                                          freeChunk);

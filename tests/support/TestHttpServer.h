@@ -15,6 +15,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -40,6 +41,11 @@ struct HttpRoute {
     int delayMs = 0;
     // Never answer: hold the connection until releaseHeld() or the server stops, then close it.
     bool neverAnswer = false;
+    // A body made while it is sent (too big to hold): each answer calls makeStream() for a fresh
+    // generator, which fills a buffer and returns the bytes written, 0 at the end. Sent with
+    // streamLength as Content-Length, chunked when it is UINT64_MAX.
+    std::function<std::function<size_t(char*, size_t)>()> makeStream;
+    uint64_t streamLength = UINT64_MAX;
 };
 
 struct ReceivedRequest {
