@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
 #include <cstdlib>
 #include <iostream>
 #include <map>
@@ -223,13 +224,21 @@ void pairedGet(benchmark::State& state, bool hostName) {
     auto micros = [](Clock::time_point since) {
         return std::chrono::duration<double, std::micro>(Clock::now() - since).count();
     };
-    std::vector<double> viaProxy, viaCurl, viaWorker, handoff;
+    // CPU of the whole process (the server's threads included, alike for every candidate).
+    auto cpuMicros = [] {
+        timespec t{};
+        clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+        return t.tv_sec * 1e6 + t.tv_nsec / 1e3;
+    };
+    std::vector<double> viaProxy, viaCurl, viaWorker, handoff, proxyCpu, workerCpu;
     {
         ProxyClient client(hostName);
         long total = 0;
         for (auto _ : state) {
             auto start = Clock::now();
+            double cpu = cpuMicros();
             client.run(1);
+            proxyCpu.push_back(cpuMicros() - cpu);
             viaProxy.push_back(micros(start));
 
             start = Clock::now();
@@ -237,7 +246,9 @@ void pairedGet(benchmark::State& state, bool hostName) {
             viaCurl.push_back(micros(start));
 
             start = Clock::now();
+            cpu = cpuMicros();
             if (!handoffOnce(&client.url())) state.SkipWithError("worker transfer failed");
+            workerCpu.push_back(cpuMicros() - cpu);
             viaWorker.push_back(micros(start));
 
             start = Clock::now();
@@ -254,6 +265,10 @@ void pairedGet(benchmark::State& state, bool hostName) {
     state.counters["ratio"] = c > 0 ? p / c : 0;
     state.counters["floor_ratio"] = c > 0 ? w / c : 0;
     state.counters["over_floor"] = w > 0 ? p / w : 0;
+    double pc = median(proxyCpu), wc = median(workerCpu);
+    state.counters["proxy_cpu_us"] = pc;
+    state.counters["floor_cpu_us"] = wc;
+    state.counters["cpu_over_floor"] = wc > 0 ? pc / wc : 0;
 }
 
 void BM_Proxy_Get2K_IpLiteral(benchmark::State& s) { proxyRequests(s, false, 1); }
@@ -316,7 +331,8 @@ public:
                       << c["curl_us"] << " us, libcurl on a worker " << c["worker_us"]
                       << " us, hand-off " << c["handoff_us"] << " us; ratio " << c["ratio"]
                       << ", design floor " << c["floor_ratio"] << ", NetworkProxy over the floor "
-                      << c["over_floor"] << "\n";
+                      << c["over_floor"] << "; CPU over the floor " << c["cpu_over_floor"]
+                      << "\n";
         }
     }
 
