@@ -21,6 +21,7 @@
 #include "CurlHooks.h"
 #include "NetworkProxy.h"
 #include "OrvexAltitudeMgr.h"
+#include "RawSocketServer.h"
 #include "TestHttpServer.h"
 
 namespace {
@@ -30,6 +31,19 @@ const std::string kTwcPath = "/v2/aggcommon/v3-location-point;v3-wx-observations
 orvex_test::TestHttpServer& server() {
     static orvex_test::TestHttpServer s(orvex_test::TestHttpServer::Mode::Https);
     return s;
+}
+
+// AccuWeather's stand-in issues TLS session tickets, as real services do, so that the second
+// request of the chain can resume the first one's session.
+orvex_test::RawSocketServer& ticketServer() {
+    static orvex_test::RawSocketServer s;
+    return s;
+}
+
+std::string httpOk(const std::string& body) {
+    return "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nConnection: close\r\n"
+           "Content-Length: " +
+           std::to_string(body.size()) + "\r\n\r\n" + body;
 }
 
 struct Listener : OrvexAltitudeMgrEvent {
@@ -56,8 +70,9 @@ void managerChain(benchmark::State& state, bool twc) {
 
 size_t discard(char*, size_t size, size_t count, void*) { return size * count; }
 
-bool curlGet(const std::string& url) {
+bool curlGet(const std::string& url, CURLSH* share = nullptr) {
     CURL* easy = curl_easy_init();
+    if (share) curl_easy_setopt(easy, CURLOPT_SHARE, share);
     curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &discard);
     curl_easy_setopt(easy, CURLOPT_CAINFO, orvex_test::TestHttpServer::caFile().c_str());
@@ -70,27 +85,40 @@ bool curlGet(const std::string& url) {
     return ok;
 }
 
-void curlChain(benchmark::State& state, bool twc) {
+// Fresh handles for every request as the engine makes them; with a share object the TLS session
+// of the first request is resumed by the second, without one every request is a full handshake.
+void curlChain(benchmark::State& state, bool twc, bool shareSessions) {
     std::string base = "https://localhost:" + std::to_string(server().port());
+    std::string accu = "https://localhost:" + std::to_string(ticketServer().port());
+    CURLSH* share = nullptr;
+    if (shareSessions) {
+        share = curl_share_init();
+        curl_share_setopt(share, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+        curl_share_setopt(share, CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS);
+    }
     for (auto _ : state) {
         bool ok = twc ? curlGet(base + kTwcPath + "?units=e&geocode=46.020000,7.750000&apiKey=tw")
-                      : curlGet(base +
-                                "/locations/v1/cities/geoposition/search.json?q=46.020000,"
-                                "7.750000&apikey=&language=en") &&
-                            curlGet(base + "/currentconditions/v1/2283045.json?apikey=");
+                      : curlGet(accu +
+                                    "/locations/v1/cities/geoposition/search.json?q=46.020000,"
+                                    "7.750000&apikey=&language=en",
+                                share) &&
+                            curlGet(accu + "/currentconditions/v1/2283045.json?apikey=", share);
         if (!ok) state.SkipWithError("request failed");
     }
+    if (share) curl_share_cleanup(share);
 }
 
 void BM_Manager_Twc(benchmark::State& s) { managerChain(s, true); }
-void BM_Curl_Twc(benchmark::State& s) { curlChain(s, true); }
+void BM_Curl_Twc(benchmark::State& s) { curlChain(s, true, false); }
 void BM_Manager_AccuWeather(benchmark::State& s) { managerChain(s, false); }
-void BM_Curl_AccuWeather(benchmark::State& s) { curlChain(s, false); }
+void BM_Curl_AccuWeather(benchmark::State& s) { curlChain(s, false, true); }
+void BM_CurlNoReuse_AccuWeather(benchmark::State& s) { curlChain(s, false, false); }
 
 BENCHMARK(BM_Manager_Twc)->UseRealTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_Curl_Twc)->UseRealTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_Manager_AccuWeather)->UseRealTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_Curl_AccuWeather)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_CurlNoReuse_AccuWeather)->UseRealTime()->Unit(benchmark::kMicrosecond);
 
 // Prints manager / libcurl for each chain, from the medians when repeated.
 class RatioReporter : public benchmark::ConsoleReporter {
@@ -113,6 +141,13 @@ public:
                 std::cout << "ratio " << chain
                           << " (OrvexAltitudeMgr / libcurl): " << manager / curl << "\n";
         }
+        double noReuse = times_["BM_CurlNoReuse_AccuWeather"];
+        double reuse = times_["BM_Curl_AccuWeather"];
+        if (reuse > 0)
+            std::cout << "ratio AccuWeather without / with TLS session reuse (libcurl): "
+                      << noReuse / reuse
+                      << "; sessions resumed by the server: " << ticketServer().resumedCount()
+                      << " of " << ticketServer().acceptedCount() << " connections\n";
     }
 
 private:
@@ -133,13 +168,16 @@ int main(int argc, char** argv) {
     }
     server().route(kTwcPath, {200, {}, R"({"v3-wx-observations-current":
         {"pressureMeanSeaLevel": 1016.9, "validTimeUtc": 1700000400}})"});
-    server().route("/locations/v1/cities/geoposition/search.json",
-                   {200, {}, R"({"Key": "2283045"})"});
-    server().route("/currentconditions/v1/2283045.json",
-                   {200, {}, R"([{"EpochTime": 1700000000, "Pressure": {"Metric":
-                       {"Value": 1018.3, "Unit": "mb", "UnitType": 14}}}])"});
+    ticketServer().useTls();
+    ticketServer().setAction(orvex_test::RawSocketServer::Action::Reply);
+    ticketServer().setReply("/locations/v1/cities/geoposition/search.json",
+                            httpOk(R"({"Key": "2283045"})"));
+    ticketServer().setReply("/currentconditions/v1/2283045.json",
+                            httpOk(R"([{"EpochTime": 1700000000, "Pressure": {"Metric":
+                       {"Value": 1018.3, "Unit": "mb", "UnitType": 14}}}])"));
     std::string local = "https://localhost:" + std::to_string(server().port());
-    orvex_test::curlRedirect(std::string("https://") + ORVEX_ACCUWEATHER_HOST, local);
+    orvex_test::curlRedirect(std::string("https://") + ORVEX_ACCUWEATHER_HOST,
+                             "https://localhost:" + std::to_string(ticketServer().port()));
     orvex_test::curlRedirect(std::string("https://") + ORVEX_TWC_HOST, local);
     orvex_test::curlOverrideCaFile(orvex_test::TestHttpServer::caFile());
     RatioReporter reporter;

@@ -96,10 +96,11 @@ void scenario(const char* name, orvex_test::HttpRoute route) {
 
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
-    printf("%-22s failure after %8.1f ms   peak RSS %6.1f MiB   main loop blocked at most "
-           "%5.1f ms in flight, %5.1f ms by HttpCancel, %5.1f ms by Destory%s\n",
-           name, toFailure, usage.ru_maxrss / 1024.0, blockedInFlight, cancelMs, destroyMs,
-           stillRunning ? "" : " (ended before the cancel)");
+    printf(
+        "%-22s failure after %8.1f ms   peak RSS %6.1f MiB   main loop blocked at most "
+        "%5.1f ms in flight, %5.1f ms by HttpCancel, %5.1f ms by Destory%s\n",
+        name, toFailure, usage.ru_maxrss / 1024.0, blockedInFlight, cancelMs, destroyMs,
+        stillRunning ? "" : " (ended before the cancel)");
     fflush(stdout);
 }
 

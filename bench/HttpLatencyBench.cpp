@@ -16,8 +16,8 @@
 
 #include <algorithm>
 #include <chrono>
-#include <ctime>
 #include <cstdlib>
+#include <ctime>
 #include <iostream>
 #include <map>
 #include <set>
@@ -331,8 +331,7 @@ public:
                       << c["curl_us"] << " us, libcurl on a worker " << c["worker_us"]
                       << " us, hand-off " << c["handoff_us"] << " us; ratio " << c["ratio"]
                       << ", design floor " << c["floor_ratio"] << ", NetworkProxy over the floor "
-                      << c["over_floor"] << "; CPU over the floor " << c["cpu_over_floor"]
-                      << "\n";
+                      << c["over_floor"] << "; CPU over the floor " << c["cpu_over_floor"] << "\n";
         }
     }
 

@@ -94,6 +94,11 @@ void RawSocketServer::setAction(Action action, std::string reply) {
     reply_ = std::move(reply);
 }
 
+void RawSocketServer::setReply(const std::string& path, std::string reply) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    replies_[path] = std::move(reply);
+}
+
 std::vector<std::string> RawSocketServer::requests() const {
     std::lock_guard<std::mutex> lock(mutex_);
     return requests_;
@@ -163,6 +168,9 @@ void RawSocketServer::serve(int fd) {
         {
             std::lock_guard<std::mutex> lock(mutex_);
             requests_.push_back(head);
+            size_t start = head.find(' ') + 1;
+            auto it = replies_.find(head.substr(start, head.find_first_of(" ?", start) - start));
+            if (it != replies_.end()) reply = it->second;
         }
         if (action == Action::Reply) {
             size_t off = 0;

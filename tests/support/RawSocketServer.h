@@ -12,6 +12,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -44,6 +45,8 @@ public:
 
     // What to do with the next connections.
     void setAction(Action action, std::string reply = std::string());
+    // For Action::Reply: the bytes to send for a request of this path (without query) instead.
+    void setReply(const std::string& path, std::string reply);
 
     // Request heads (up to and including the blank line) in the order they arrived.
     std::vector<std::string> requests() const;
@@ -61,6 +64,7 @@ private:
     bool stopping_ = false;
     Action action_ = Action::CloseAfterRequest;
     std::string reply_;
+    std::map<std::string, std::string> replies_;
     std::vector<std::string> requests_;
     int accepted_ = 0;
     bool tls_ = false;

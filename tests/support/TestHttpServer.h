@@ -44,7 +44,7 @@ struct HttpRoute {
     // A body made while it is sent (too big to hold): each answer calls makeStream() for a fresh
     // generator, which fills a buffer and returns the bytes written, 0 at the end. Sent with
     // streamLength as Content-Length, chunked when it is UINT64_MAX.
-    std::function<std::function<size_t(char*, size_t)>()> makeStream;
+    std::function<std::function<size_t(char*, size_t)>()> makeStream = nullptr;
     uint64_t streamLength = UINT64_MAX;
 };
 
