@@ -1,5 +1,5 @@
-// Certificates for the local HTTPS test servers, made when first asked for: a CA and a server
-// certificate for 127.0.0.1 and localhost signed by it, valid for two days from now.
+// Certificates for the local HTTPS test servers, made at build time by make-test-certs.sh: a CA and
+// a server certificate for 127.0.0.1 and localhost signed by it.
 #ifndef ORVEX_TEST_CERTIFICATES_H
 #define ORVEX_TEST_CERTIFICATES_H
 
@@ -11,7 +11,7 @@ struct TestCertificates {
     std::string caPem;
     std::string serverCertPem;
     std::string serverKeyPem;
-    // A PEM file holding caPem, removed when the process exits.
+    // The PEM file holding caPem.
     std::string caFile;
 
     // The chain clients are told to trust (the one TestHttpServer's caFile() names).
