@@ -334,14 +334,4 @@ TEST_F(AltitudeMgrTest, ResponseInAnUnexpectedStateIsOnlyLogged) {
     EXPECT_FALSE(recorder.done());
 }
 
-TEST_F(AltitudeMgrTest, TheApiKeyNeverReachesTheLog) {
-    orvex_host_key_set("orvex_accueweather_api_key", "secret-accu-4711");
-    serveAccuWeather();
-    mgr->Request(1, 2, 0);
-    ASSERT_TRUE(orvex_test::runUntil([&] { return recorder.done(); }, 10000));
-    ASSERT_FALSE(orvex_test::logLines().empty());
-    for (const auto& line : orvex_test::logLines())
-        EXPECT_EQ(std::string::npos, line.text.find("secret-accu-4711")) << line.text;
-}
-
 }  // namespace
