@@ -77,6 +77,7 @@ public:
     using CurlNetworkConnection::PipeTransCurlData;
     using CurlNetworkConnection::ResponseHttpRequest;
     using CurlNetworkConnection::SGIOPipeWatchCB;
+    using CurlNetworkConnection::StopThread;
 
     bool idle() const { return !mMultiSession || !mMultiSession->mMultiHandle; }
     size_t inFlight() const { return mMultiSession ? mMultiSession->mEasySessionList.size() : 0; }
@@ -323,6 +324,12 @@ TEST_F(CurlEngineTest, CancelsTakeRequestsOutAndReportThemAsCompleted) {
     engine->CancelHttpRequest(request(2, "ignored"));
     EXPECT_EQ((std::vector<std::string>{"accepted 1", "accepted 2", "accepted 1", "accepted 2"}),
               events.events);
+    // The worker may still be on its way out: a request that cannot join it must not take its
+    // multi handle away.
+    curlFailNext("curl_multi_add_handle", 1, CURLM_BAD_EASY_HANDLE);
+    engine->HttpRequest(request(5, server.url("/quick")));
+    EXPECT_EQ("failed 5", events.events.back());
+    events.events.pop_back();
     // With nothing left the worker ends and the engine goes idle without a response callback.
     ASSERT_TRUE(runUntil([&] { return engine->idle(); }));
     EXPECT_EQ(4u, events.events.size());
@@ -422,7 +429,7 @@ TEST_F(CurlEngineTest, ProxyRule) {
 TEST_F(CurlEngineTest, VerboseHeadersReachTheLogWithoutSecretsOrBodies) {
     TestHttpServer server;
     server.route("/v1", {302, {{"Location", "/v2?lang=en&apiKey=SECRETKEY2"}}, ""});
-    server.route("/v2", {200, {}, "{}"});
+    server.route("/v2", {200, {{"X-Next", "/v3?apikey="}}, "{}"});
     engine->HttpRequest(
         request(1, server.url("/v1?q=1&apikey=SECRETKEY1&details=true&APIKEY=SECRETKEY3#frag"),
                 "k=v", {"Authorization: Bearer SECRETTOKEN", "Accept: */*"}));
@@ -439,7 +446,8 @@ TEST_F(CurlEngineTest, VerboseHeadersReachTheLogWithoutSecretsOrBodies) {
          {"> POST /v1?q=1&apikey=<redacted>&details=true&APIKEY=<redacted> "
           "HTTP/1.1",
           "> Authorization: <redacted>", "< Location: /v2?lang=en&apiKey=<redacted>",
-          "> GET /v2?lang=en&apiKey=<redacted> HTTP/1.1", "< HTTP/1.1 200 OK"})
+          "> GET /v2?lang=en&apiKey=<redacted> HTTP/1.1", "< HTTP/1.1 200 OK",
+          "< X-Next: /v3?apikey=<redacted>"})
         EXPECT_NE(info.end(), std::find(info.begin(), info.end(), line)) << line;
 }
 
@@ -508,6 +516,15 @@ TEST_F(PipeWatchTest, WatchBranches) {
     EXPECT_FALSE(fire(G_IO_HUP));
     EXPECT_FALSE(fire(G_IO_PRI));
     EXPECT_EQ((std::vector<std::string>{"G_IO_ERR", "G_IO_HUP"}), errors());
+
+    // Stopping closes both ends of the pipe.
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    attach(nullptr, ends[0]);
+    engine->mPipeIOChannelData.mWriteFd = ends[1];
+    engine->StopThread();
+    EXPECT_EQ(-1, fcntl(ends[0], F_GETFD));
+    EXPECT_EQ(-1, fcntl(ends[1], F_GETFD));
 
     // Only a whole pointer is taken as a record.
     auto* record = new Engine::PipeTransCurlData(3);

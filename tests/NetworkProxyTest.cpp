@@ -184,8 +184,8 @@ TEST_F(NetworkProxyTest, ForwardsEveryEngineEvent) {
     int id = proxy->RegisterHttpNetworkEventListener(&client);
     TestHttpServer server;
     server.route("/hold", {200, {}, "", false, false, 0, true});
-    // Put ids 0..3 in the request map, owned by the client.
-    for (int i = 0; i < 4; ++i) proxy->HttpRequest(get(server.url("/hold")), id);
+    // Put ids 0..4 in the request map, owned by the client.
+    for (int i = 0; i < 5; ++i) proxy->HttpRequest(get(server.url("/hold")), id);
     client.events.clear();
 
     struct OtherResponse : IHttpResponseData {};
@@ -197,12 +197,14 @@ TEST_F(NetworkProxyTest, ForwardsEveryEngineEvent) {
     response->PacketData->Buffer = new unsigned char[3]{'x', 'y', 'z'};
     response->PacketData->Length = 3;
     proxy->OnHttpResponseCompleted(record(3), response);
+    proxy->OnHttpResponseCompleted(record(4), std::make_shared<CurlHttpResponseData>());
     EXPECT_EQ((std::vector<std::string>{"request failed", "cancel completed", "response failed 2",
-                                        "response 3"}),
+                                        "response 3", "response 4"}),
               client.events);
     EXPECT_EQ("xyz", client.bodies[3]);
+    EXPECT_TRUE(client.nullData[4]);  // a response without a packet is an empty body
     // Each of those ended its request.
-    for (int i = 0; i < 4; ++i) EXPECT_EQ(nullptr, proxy->FindHttpNetworkEventListner(i));
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(nullptr, proxy->FindHttpNetworkEventListner(i));
     server.releaseHeld();
 }
 
