@@ -227,7 +227,8 @@ int checkKeyStore() {
         int rc = key_storage_get(alias, &key);
         free(key);
         if (rc == KEY_STORAGE_ERROR_PERMISSION_DENIED)
-            return fail("the key store refuses to hand out API keys (is keys.db readable by others?)");
+            return fail(
+                "the key store refuses to hand out API keys (is keys.db readable by others?)");
         if (rc < 0 && rc != KEY_STORAGE_ERROR_NO_SUCH_ALIAS)
             return fail("the key store cannot read '" + std::string(alias) + "' (error " +
                         std::to_string(rc) + ")");
@@ -251,17 +252,18 @@ int calibrateFromService(const Options& options, const Args& args) {
         }
     }
     if (positional == 1) return usageError(kCalibrate, "give both latitude and longitude");
-    if (int rc = checkKeyStore(); rc != 0) return rc;
     if (positional == 2) {
         lat = coords[0];
         lon = coords[1];
         if (lat < -90 || lat > 90 || lon < -180 || lon > 180)
             return fail("latitude is -90 to 90 and longitude -180 to 180");
-    } else if (WaitEnd end = positionFromLocationService(timeoutMs, &lat, &lon);
-               end != WaitEnd::Done) {
-        return end == WaitEnd::Interrupted
-                   ? interruptedExit()
-                   : fail("the location service has no position; give LATITUDE LONGITUDE");
+    }
+    if (int rc = checkKeyStore(); rc != 0) return rc;
+    if (positional == 0) {
+        WaitEnd end = positionFromLocationService(timeoutMs, &lat, &lon);
+        if (end == WaitEnd::Interrupted) return interruptedExit();
+        if (end == WaitEnd::TimedOut)
+            return fail("the location service has no position; give LATITUDE LONGITUDE");
     }
 
     OrvexAltitudeMgr* mgr = OrvexAltitudeMgr::getInstance();

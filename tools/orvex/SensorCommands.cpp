@@ -92,7 +92,7 @@ std::string clockTime(long long t) {
 }
 
 // A sensor that has sent nothing for this long has stopped (a trace that ended, a device gone).
-constexpr gint64 kSilentSensorUs = 5 * G_USEC_PER_SEC;
+constexpr gint64 kSilentSensorUs = 3 * G_USEC_PER_SEC;
 
 int sensorEvents() {
     orvex_host_sensor_listener_info info{};
@@ -160,7 +160,8 @@ int runLive(const Options& options, const Args& args) {
     gint64 lastEvent = g_get_monotonic_time();
     bool silent = false;
     // Wakes the loop to notice a sensor that went quiet.
-    guint ticker = g_timeout_add(500, [](gpointer) { return gboolean(G_SOURCE_CONTINUE); }, nullptr);
+    guint ticker = g_timeout_add(
+        500, [](gpointer) { return gboolean(G_SOURCE_CONTINUE); }, nullptr);
     WaitEnd end = waitFor(
         [&] {
             if (int now = sensorEvents(); now != events) {
@@ -180,8 +181,8 @@ int runLive(const Options& options, const Args& args) {
     if (shown > 0) return 0;
     return fail(events > 0 ? "every reading in " + std::to_string(seconds) +
                                  " s was out of range (see -v for the values)"
-                           : "no reading from the pressure sensor in " +
-                                 std::to_string(seconds) + " s" + problemText());
+                           : "no reading from the pressure sensor in " + std::to_string(seconds) +
+                                 " s" + problemText());
 }
 
 const char* const kBlocks[] = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};

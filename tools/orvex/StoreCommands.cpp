@@ -146,7 +146,8 @@ int runConvert(const Options& options, const Args& args) {
         if (args.size() != 2 || !parseDouble(args[1], &altitude))
             return usageError(kConvert, "expected: pressure ALTITUDE_M");
         double pressure = s->getBarovalue(altitude);
-        values = {{"altitude_m", altitude}, {"slp_hpa", s->getDataSLP()}, {"pressure_hpa", pressure}};
+        values = {
+            {"altitude_m", altitude}, {"slp_hpa", s->getDataSLP()}, {"pressure_hpa", pressure}};
         rows = {{"altitude", formatDouble(altitude, 1) + " m"},
                 {"sea-level pressure", formatDouble(s->getDataSLP(), 2) + " hPa"},
                 {"pressure", formatDouble(hpaTo(pUnit, pressure), pUnit == 0 ? 1 : 2) + " " +
