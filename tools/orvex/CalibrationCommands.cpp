@@ -38,7 +38,8 @@ const Command kCalibrate{
     "service: ask The Weather Company (with its key stored) or AccuWeather for the position, or\n"
     "         for the location service's position when none is given (default time-out 15 s)\n"
     "manual:  derive it from a pressure measured at a known altitude\n"
-    "Either way the new value is stored with the time of calibration and a history entry.",
+    "Either way the new value is stored with the time of calibration and a history entry. Only\n"
+    "a plausible sea-level pressure (850 to 1100 hPa) counts as a calibration.",
     runCalibrate};
 const Command kHistory{"history", "show the calibration history and the last calibration", "",
                        runHistory};

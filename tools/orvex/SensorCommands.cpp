@@ -26,7 +26,8 @@ const Command kLive{
     "[--seconds N]\n\n"
     "Prints one reading a second until N readings were shown or Ctrl-C. Altitude is computed\n"
     "against the stored sea-level pressure; units follow the settings. --json prints one object\n"
-    "a line.",
+    "a line. Fails when no valid reading came within N seconds, and when the sensor stops\n"
+    "sending (a trace that ended).",
     runLive};
 const Command kRecorded{
     "recorded", "chart the recorded pressure of the last six hours",
@@ -155,10 +156,12 @@ int runLive(const Options& options, const Args& args) {
     bool trend = sensor.startSensorIndicator() == 0;
     // The readings come a second apart; the second of grace keeps the last one from racing the
     // end of the N seconds.
-    guint limitMs = seconds > 0 ? static_cast<guint>(seconds) * 1000u + 1000u : 0;
+    guint limitMs = seconds > 0 ? static_cast<guint>(std::min<guint64>(
+                                      static_cast<guint64>(seconds) * 1000u + 1000u, G_MAXUINT))
+                                : 0;
     int events = sensorEvents();
     gint64 lastEvent = g_get_monotonic_time();
-    bool silent = false;
+    bool silent = false, arrived = false;
     // Wakes the loop to notice a sensor that went quiet.
     guint ticker = g_timeout_add(
         500, [](gpointer) { return gboolean(G_SOURCE_CONTINUE); }, nullptr);
@@ -166,6 +169,7 @@ int runLive(const Options& options, const Args& args) {
         [&] {
             if (int now = sensorEvents(); now != events) {
                 events = now;
+                arrived = true;
                 lastEvent = g_get_monotonic_time();
             }
             silent = g_get_monotonic_time() - lastEvent > kSilentSensorUs;
@@ -175,14 +179,14 @@ int runLive(const Options& options, const Args& args) {
     g_source_remove(ticker);
     if (trend) sensor.stopSensorIndicator();
     if (end == WaitEnd::Interrupted) return 0;
-    if (silent)
+    if (silent && arrived)
         return fail("the pressure sensor sends no more readings" +
                     (problemText().empty() ? " (the trace may have ended)" : problemText()));
-    if (shown > 0) return 0;
-    return fail(events > 0 ? "every reading in " + std::to_string(seconds) +
-                                 " s was out of range (see -v for the values)"
-                           : "no reading from the pressure sensor in " + std::to_string(seconds) +
-                                 " s" + problemText());
+    if (shown > 0 && !silent) return 0;
+    const std::string waited =
+        std::to_string(silent ? kSilentSensorUs / G_USEC_PER_SEC : gint64{seconds}) + " s";
+    return fail(arrived ? "every reading in " + waited + " was out of range (see -v for the values)"
+                        : "no reading from the pressure sensor in " + waited + problemText());
 }
 
 const char* const kBlocks[] = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
