@@ -3,7 +3,10 @@
 #include <glib.h>
 #include <orvex_host/app_control_control.h>
 #include <orvex_host/control.h>
+#include <platform/key_storage.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -35,7 +38,8 @@ const Command kCalibrate{
     "service: ask The Weather Company (with its key stored) or AccuWeather for the position, or\n"
     "         for the location service's position when none is given (default time-out 15 s)\n"
     "manual:  derive it from a pressure measured at a known altitude\n"
-    "Either way the new value is stored with the time of calibration and a history entry.",
+    "Either way the new value is stored with the time of calibration and a history entry. Only\n"
+    "a plausible sea-level pressure (850 to 1100 hPa) counts as a calibration.",
     runCalibrate};
 const Command kHistory{"history", "show the calibration history and the last calibration", "",
                        runHistory};
@@ -108,13 +112,12 @@ int printCalibration(const Options& options, OrvexStorageMgr* store, const char*
     double slp = store->getDataSLP();
     long long when = calibrationTime(store);
     if (options.json) {
-        std::cout << Json()
-                         .add("source", source)
-                         .add("slp_hpa", slp)
-                         .add("calibrated_at", when)
-                         .add("history_entries", static_cast<int>(historyEntries(store).size()))
-                         .str()
-                  << "\n";
+        JsonLine()
+            .add("source", source)
+            .add("slp_hpa", slp)
+            .add("calibrated_at", when)
+            .add("history_entries", static_cast<int>(historyEntries(store).size()))
+            .print();
     } else {
         printRows({{"source", source},
                    {"sea-level pressure", formatDouble(slp, 2) + " hPa"},
@@ -124,130 +127,125 @@ int printCalibration(const Options& options, OrvexStorageMgr* store, const char*
     return 0;
 }
 
-class AgentListener : public IOrvexWeatherListener {
-public:
-    void onWeatherInfoResult(int r) override {
-        result = r;
-        if (loop) g_main_loop_quit(loop);
-    }
-    int result = -1;
-    GMainLoop* loop = nullptr;
-};
+// The extremes ever observed at sea level are about 870 and 1084 hPa: a value outside this band is
+// a fault somewhere, and stored it would put every altitude kilometres off.
+constexpr double kMinPlausibleSlp = 850.0;
+constexpr double kMaxPlausibleSlp = 1100.0;
 
-gboolean timedOut(gpointer data) {
-    g_main_loop_quit(static_cast<GMainLoop*>(data));
-    return G_SOURCE_REMOVE;
+bool plausibleSlp(double hpa) {
+    return std::isfinite(hpa) && hpa >= kMinPlausibleSlp && hpa <= kMaxPlausibleSlp;
 }
 
+std::string implausible(const std::string& what, double hpa) {
+    char text[160];
+    snprintf(text, sizeof text, "%s %g hPa is implausible (a sea-level pressure is %g to %g hPa)",
+             what.c_str(), hpa, kMinPlausibleSlp, kMaxPlausibleSlp);
+    return text;
+}
+
+// A calibration as the application stores it: the value, its time and a history entry.
+void storeCalibration(OrvexStorageMgr* store, double slp, long long when) {
+    store->saveDataSLP(slp);
+    store->saveDataCalTime(when);
+    store->addDataSLPHistory(when, slp);
+}
+
+class AgentListener : public IOrvexWeatherListener {
+public:
+    void onWeatherInfoResult(int r) override { result = r; }
+    int result = -1;
+};
+
 int calibrateFromAgent(const Options& options, const Args& args) {
-    double timeout = 10;
+    guint timeoutMs = 10000;
     if (args.size() == 3 && args[1] == "--timeout") {
-        if (!parseDouble(args[2], &timeout) || timeout <= 0)
-            return fail("the time-out must be a positive number of seconds");
+        if (!parseTimeout(args[2], &timeoutMs))
+            return usageError(kCalibrate, "the time-out must be a positive number of seconds");
     } else if (args.size() != 1) {
         return usageError(kCalibrate, "expected: agent [--timeout SECONDS]");
     }
     OrvexStorageMgr* store = OrvexStorageMgr::getInstance();
     AgentListener listener;
-    GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
-    listener.loop = loop;
-    int rc;
-    {
-        OrvexWeather weather(&listener);
-        if (!weather.requestWeatherInfo()) {
-            g_main_loop_unref(loop);
-            return fail("the weather agent could not be asked (see -v for the platform's error)");
-        }
-        guint timer = g_timeout_add(static_cast<guint>(timeout * 1000), timedOut, loop);
-        bool completed = true;
-        try {
-            completed = runMainLoop(loop);
-        } catch (const std::exception& e) {
-            g_source_remove(timer);
-            g_main_loop_unref(loop);
-            return fail(std::string("the weather agent's answer is not readable (") + e.what() +
-                        ")");
-        }
-        if (!completed) {
-            if (listener.result < 0) g_source_remove(timer);
-            rc = interruptedExit();
-        } else if (listener.result < 0) {
-            char seconds[32];
-            snprintf(seconds, sizeof seconds, "%g", timeout);
-            rc = fail(std::string("the weather agent did not answer within ") + seconds + " s");
-        } else {
-            g_source_remove(timer);
-            rc = listener.result == 0 ? printCalibration(options, store, "weather agent")
-                                      : fail(resultMeaning(listener.result));
-        }
+    OrvexWeather weather(&listener);
+    if (!weather.requestWeatherInfo())
+        return fail("the weather agent could not be asked (see -v for the platform's error)");
+    WaitEnd end;
+    try {
+        end = waitFor([&] { return listener.result >= 0; }, timeoutMs);
+    } catch (const std::exception& e) {
+        return fail(std::string("the weather agent's answer is not readable (") + e.what() + ")");
     }
-    g_main_loop_unref(loop);
-    return rc;
+    if (end == WaitEnd::Interrupted) return interruptedExit();
+    if (end == WaitEnd::TimedOut)
+        return fail("the weather agent did not answer within " + secondsText(timeoutMs) + " s");
+    if (listener.result != 0) return fail(resultMeaning(listener.result));
+    // The library keeps whatever the agent said; the application must not call it a calibration.
+    if (!plausibleSlp(store->getDataSLP()))
+        return fail(implausible("the weather agent's sea-level pressure", store->getDataSLP()));
+    return printCalibration(options, store, "weather agent");
 }
 
 class ServiceListener : public OrvexAltitudeMgrEvent {
 public:
     void OnWeatherDataCompleted(std::tr1::shared_ptr<WeatherData> d) override {
         data = d;
-        finish();
-    }
-    void OnWeatherDataFailed() override { finish(); }
-    void finish() {
         answered = true;
-        if (loop) g_main_loop_quit(loop);
     }
+    void OnWeatherDataFailed() override { answered = true; }
     std::tr1::shared_ptr<WeatherData> data;
     bool answered = false;
-    GMainLoop* loop = nullptr;
 };
 
 struct PositionWaiter : IOrvexLocationListener {
-    void onLocationStateChanged(int state) override {
-        if (state == 1 && loop) g_main_loop_quit(loop);
-    }
-    void onLocationEnableResult(int state) override {
-        if (state == 0 && loop) g_main_loop_quit(loop);
-    }
-    static gboolean expire(gpointer data) {
-        auto* self = static_cast<PositionWaiter*>(data);
-        self->expired = true;
-        g_main_loop_quit(self->loop);
-        return G_SOURCE_REMOVE;
-    }
-    GMainLoop* loop = nullptr;
-    bool expired = false;
+    void onLocationStateChanged(int state) override { up = up || state == 1; }
+    void onLocationEnableResult(int state) override { refused = refused || state == 0; }
+    bool up = false;
+    bool refused = false;
 };
 
-// The location service's position, waiting on the main loop for the service to come up.
-bool positionFromLocationService(double* lat, double* lon) {
+// The location service's position, waiting at most five seconds for the service to come up.
+WaitEnd positionFromLocationService(guint timeoutMs, double* lat, double* lon) {
     OrvexLocationMgr* mgr = OrvexLocationMgr::getInstance();
-    if (!mgr) return false;
+    if (!mgr) return WaitEnd::TimedOut;
     PositionWaiter waiter;
-    GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
-    waiter.loop = loop;
     int rc = mgr->isLocationEnabled() ? mgr->createLocationMgr(&waiter)
                                       : mgr->onLocationsetting(&waiter);
+    WaitEnd end = WaitEnd::TimedOut;
     double alt = 0;
-    bool ok = false;
     if (rc == 0) {
-        guint timer = g_timeout_add(5000, &PositionWaiter::expire, &waiter);
-        runMainLoop(loop);
-        if (!waiter.expired) g_source_remove(timer);
-        ok = mgr->getCurrentPosition(lat, lon, &alt) == 0;
+        end = waitFor([&] { return waiter.up || waiter.refused; }, std::min(timeoutMs, 5000u));
+        if (end != WaitEnd::Interrupted)
+            end = mgr->getCurrentPosition(lat, lon, &alt) == 0 ? WaitEnd::Done : WaitEnd::TimedOut;
     }
-    g_main_loop_unref(loop);
     OrvexLocationMgr::deleteInstance();
-    return ok;
+    return end;
+}
+
+// A key store that refuses to hand out keys would make the request go out without one.
+int checkKeyStore() {
+    for (const char* alias : {"twc_api_key", "orvex_accueweather_api_key"}) {
+        char* key = nullptr;
+        int rc = key_storage_get(alias, &key);
+        free(key);
+        if (rc == KEY_STORAGE_ERROR_PERMISSION_DENIED)
+            return fail(
+                "the key store refuses to hand out API keys (is keys.db readable by others?)");
+        if (rc < 0 && rc != KEY_STORAGE_ERROR_NO_SUCH_ALIAS)
+            return fail("the key store cannot read '" + std::string(alias) + "' (error " +
+                        std::to_string(rc) + ")");
+    }
+    return 0;
 }
 
 int calibrateFromService(const Options& options, const Args& args) {
-    double timeout = 15, lat = 0, lon = 0;
+    guint timeoutMs = 15000;
+    double lat = 0, lon = 0;
     size_t positional = 0;
     double coords[2];
     for (size_t i = 1; i < args.size(); ++i) {
         if (args[i] == "--timeout" && i + 1 < args.size()) {
-            if (!parseDouble(args[++i], &timeout) || timeout <= 0)
-                return fail("the time-out must be a positive number of seconds");
+            if (!parseTimeout(args[++i], &timeoutMs))
+                return usageError(kCalibrate, "the time-out must be a positive number of seconds");
         } else if (positional < 2 && parseDouble(args[i], &coords[positional])) {
             ++positional;
         } else {
@@ -260,50 +258,47 @@ int calibrateFromService(const Options& options, const Args& args) {
         lon = coords[1];
         if (lat < -90 || lat > 90 || lon < -180 || lon > 180)
             return fail("latitude is -90 to 90 and longitude -180 to 180");
-    } else if (!positionFromLocationService(&lat, &lon)) {
-        return fail("the location service has no position; give LATITUDE LONGITUDE");
+    }
+    if (int rc = checkKeyStore(); rc != 0) return rc;
+    if (positional == 0) {
+        WaitEnd end = positionFromLocationService(timeoutMs, &lat, &lon);
+        if (end == WaitEnd::Interrupted) return interruptedExit();
+        if (end == WaitEnd::TimedOut)
+            return fail("the location service has no position; give LATITUDE LONGITUDE");
     }
 
     OrvexAltitudeMgr* mgr = OrvexAltitudeMgr::getInstance();
     if (!mgr) return fail("out of memory");
     ServiceListener listener;
-    GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
-    listener.loop = loop;
     mgr->SetEventListener(&listener);
-    mgr->Request(lat, lon, timeout * 1000.0);
+    mgr->Request(lat, lon, static_cast<double>(timeoutMs));
     // The manager ends a timed-out request silently; this wakes the tool a little later.
-    guint timer = g_timeout_add(static_cast<guint>(timeout * 1000) + 200, timedOut, loop);
-    bool completed = runMainLoop(loop);
-    if (listener.answered || !completed) g_source_remove(timer);
-    g_main_loop_unref(loop);
+    guint wakeMs = timeoutMs > G_MAXUINT - 200 ? G_MAXUINT : timeoutMs + 200;
+    WaitEnd end = waitFor([&] { return listener.answered; }, wakeMs);
     OrvexAltitudeMgr::deleteInstance();
-    if (!completed) return interruptedExit();
-
-    char seconds[32];
-    snprintf(seconds, sizeof seconds, "%g", timeout);
-    if (!listener.answered)
-        return fail(std::string("the weather service did not answer within ") + seconds + " s");
+    if (end == WaitEnd::Interrupted) return interruptedExit();
+    if (end == WaitEnd::TimedOut)
+        return fail("the weather service did not answer within " + secondsText(timeoutMs) + " s");
     if (!listener.data)
         return fail("the weather service could not be reached or gave no usable answer");
     const WeatherData& d = *listener.data;
     if (d.pressure <= 0) return fail("the weather service's answer holds no sea-level pressure");
+    if (!plausibleSlp(d.pressure))
+        return fail(implausible("the weather service's sea-level pressure", d.pressure) +
+                    "; nothing stored");
 
-    OrvexStorageMgr* store = OrvexStorageMgr::getInstance();
     long long observed = static_cast<long long>(d.updateTime / 1000.0);
-    store->saveDataSLP(d.pressure);
-    store->saveDataCalTime(observed);
-    store->addDataSLPHistory(observed, d.pressure);
+    storeCalibration(OrvexStorageMgr::getInstance(), d.pressure, observed);
     const char* provider = d.provider == 1 ? "The Weather Company" : "AccuWeather";
     if (options.json) {
-        std::cout << Json()
-                         .add("source", "weather service")
-                         .add("provider", provider)
-                         .add("latitude", d.latitude)
-                         .add("longitude", d.longitude)
-                         .add("slp_hpa", d.pressure)
-                         .add("observed_at", observed)
-                         .str()
-                  << "\n";
+        JsonLine()
+            .add("source", "weather service")
+            .add("provider", provider)
+            .add("latitude", d.latitude)
+            .add("longitude", d.longitude)
+            .add("slp_hpa", d.pressure)
+            .add("observed_at", observed)
+            .print();
     } else {
         printRows({{"provider", provider},
                    {"position", formatDouble(d.latitude, 4) + ", " + formatDouble(d.longitude, 4)},
@@ -327,10 +322,9 @@ int runCalibrate(const Options& options, const Args& args) {
         if (altitude >= 44330.0) return fail("the altitude must be below 44330 m");
         OrvexStorageMgr* store = OrvexStorageMgr::getInstance();
         double slp = store->getManualSLP(altitude, pressure);
-        long long now = static_cast<long long>(time(nullptr));
-        store->saveDataSLP(slp);
-        store->saveDataCalTime(now);
-        store->addDataSLPHistory(now, slp);
+        if (!plausibleSlp(slp))
+            return fail(implausible("the sea-level pressure", slp) + "; nothing stored");
+        storeCalibration(store, slp, static_cast<long long>(time(nullptr)));
         return printCalibration(options, store, "known altitude");
     }
     return usageError(kCalibrate, "unknown source '" + args[0] + "'");
@@ -343,17 +337,11 @@ int runHistory(const Options& options, const Args& args) {
     std::vector<Entry> entries = historyEntries(store);
     long long last = calibrationTime(store);
     if (options.json) {
-        std::string list = "[";
-        for (size_t i = 0; i < entries.size(); ++i) {
-            if (i) list += ", ";
-            list += Json().add("time", entries[i].time).add("slp_hpa", entries[i].slp).str();
-        }
-        std::cout << Json()
-                         .add("slp_hpa", store->getDataSLP())
-                         .add("calibrated_at", last)
-                         .addRaw("history", list + "]")
-                         .str()
-                  << "\n";
+        JsonLine json;
+        json.add("slp_hpa", store->getDataSLP()).add("calibrated_at", last).beginArray("history");
+        for (const auto& e : entries)
+            json.beginObject().add("time", e.time).add("slp_hpa", e.slp).endObject();
+        json.endArray().print();
         return 0;
     }
     printRows({{"sea-level pressure", formatDouble(store->getDataSLP(), 2) + " hPa"},
@@ -368,40 +356,49 @@ int runHistory(const Options& options, const Args& args) {
     return 0;
 }
 
+// No age given: an age of 0 is a value of its own.
+constexpr gint64 kNoAge = G_MININT64;
+
 int runAgent(const Options& options, const Args& args) {
     if (!args.empty() && args[0] == "reset") {
         if (args.size() != 1) return usageError(kAgent, "reset takes no arguments");
         if (orvex_host_agent_reset() != 0) return fail("cannot store the agent's settings");
     } else if (!args.empty() && args[0] == "set") {
-        for (size_t i = 1; i < args.size(); ++i) {
-            const std::string& a = args[i];
-            bool hasValue = i + 1 < args.size();
-            int rc = 0;
-            if (a == "--silent") {
-                rc = orvex_host_agent_set_silent(1);
-            } else if (a == "--pressure" && hasValue) {
-                rc = orvex_host_agent_set_pressure(args[++i].c_str());
-            } else if (a == "--age" && hasValue) {
-                long long age = 0;
-                if (!parseLongLong(args[++i], &age)) return fail("the age must be whole seconds");
-                rc = orvex_host_agent_set_age(age);
-            } else if ((a == "--missing" || a == "--empty") && hasValue) {
-                const std::string& key = args[++i];
-                if (key != "refreshedTime" && key != "pressure")
-                    return fail("the entry is refreshedTime or pressure");
-                rc = a == "--missing" ? orvex_host_agent_set_missing(key.c_str())
-                                      : orvex_host_agent_set_empty(key.c_str());
-            } else {
-                return usageError(kAgent, "unknown or incomplete option '" + a + "'");
-            }
-            if (rc != 0) return fail("cannot store the agent's settings");
+        gboolean silent = FALSE;
+        gchar *pressure = nullptr, *missing = nullptr, *empty = nullptr;
+        gint64 age = kNoAge;
+        GOptionEntry entries[] = {
+            {"silent", 0, 0, G_OPTION_ARG_NONE, &silent, nullptr, nullptr},
+            {"pressure", 0, 0, G_OPTION_ARG_STRING, &pressure, nullptr, nullptr},
+            {"age", 0, 0, G_OPTION_ARG_INT64, &age, nullptr, nullptr},
+            {"missing", 0, 0, G_OPTION_ARG_STRING, &missing, nullptr, nullptr},
+            {"empty", 0, 0, G_OPTION_ARG_STRING, &empty, nullptr, nullptr},
+            {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
+        Args rest(args.begin() + 1, args.end());
+        int rc = 0;
+        if (parseOptions(kAgent, rest, entries, &rc) && !rest.empty())
+            rc = usageError(kAgent, "unexpected argument '" + rest[0] + "'");
+        if (rc == 0) {
+            for (const char* key : {missing, empty})
+                if (key && std::string(key) != "refreshedTime" && std::string(key) != "pressure")
+                    rc = fail("the entry is refreshedTime or pressure");
+            if (rc == 0 && ((silent && orvex_host_agent_set_silent(1) != 0) ||
+                            (pressure && orvex_host_agent_set_pressure(pressure) != 0) ||
+                            (age != kNoAge && orvex_host_agent_set_age(age) != 0) ||
+                            (missing && orvex_host_agent_set_missing(missing) != 0) ||
+                            (empty && orvex_host_agent_set_empty(empty) != 0)))
+                rc = fail("cannot store the agent's settings");
         }
+        g_free(pressure);
+        g_free(missing);
+        g_free(empty);
+        if (rc != 0) return rc;
     } else if (!args.empty()) {
         return usageError(kAgent, "expected set or reset");
     }
     double slp = orvex_host_weather_slp(static_cast<double>(time(nullptr)));
     if (options.json) {
-        std::cout << Json().add("weather_slp_hpa", slp).str() << "\n";
+        JsonLine().add("weather_slp_hpa", slp).print();
     } else {
         printRows({{"simulated weather", formatDouble(slp, 2) + " hPa sea-level pressure now"}});
     }

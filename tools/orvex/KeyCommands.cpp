@@ -46,14 +46,15 @@ int runKeys(const Options& options, const Args& args) {
     std::string aliases = raw;
     free(raw);
     if (options.json) {
-        std::string list = "[";
+        JsonLine json;
+        json.beginArray("aliases");
         size_t start = 0;
         while (start < aliases.size()) {
             size_t end = aliases.find('\n', start);
-            list += (start ? ", " : "") + Json::quote(aliases.substr(start, end - start));
-            start = end + 1;
+            json.addString(aliases.substr(start, end - start));
+            start = end == std::string::npos ? aliases.size() : end + 1;
         }
-        std::cout << "{\"aliases\": " << list << "]}\n";
+        json.endArray().print();
     } else {
         std::cout << (aliases.empty() ? "no keys stored\n" : aliases);
     }

@@ -47,60 +47,40 @@ public:
     void done(bool ok) {
         finished = true;
         available = ok;
-        if (loop) g_main_loop_quit(loop);
     }
-    GMainLoop* loop = nullptr;
     bool finished = false;
     bool available = false;
 };
 
-gboolean quit(gpointer loop) {
-    g_main_loop_quit(static_cast<GMainLoop*>(loop));
-    return G_SOURCE_REMOVE;
-}
-
-int readPosition(const Options& options, double timeout) {
+int readPosition(const Options& options, guint timeoutMs) {
     OrvexLocationMgr* mgr = OrvexLocationMgr::getInstance();
     if (!mgr) return fail("out of memory");
     WaitingListener listener;
-    GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
-    listener.loop = loop;
     int rc = mgr->isLocationEnabled() ? mgr->createLocationMgr(&listener)
                                       : mgr->onLocationsetting(&listener);
     if (rc != 0) {
-        g_main_loop_unref(loop);
         OrvexLocationMgr::deleteInstance();
         return fail(rc == -1073741822
                         ? "this device has no suitable location method"
                         : "the location service refused (error " + std::to_string(rc) + ")");
     }
-    guint timer = g_timeout_add(static_cast<guint>(timeout * 1000), quit, loop);
-    bool completed = runMainLoop(loop);
-    if (listener.finished || !completed) g_source_remove(timer);
-    g_main_loop_unref(loop);
-    if (!completed) {
-        OrvexLocationMgr::deleteInstance();
-        return interruptedExit();
-    }
-
+    WaitEnd end = waitFor([&] { return listener.finished; }, timeoutMs);
     double lat = 0, lon = 0, alt = 0;
-    int result;
-    if (!listener.finished) {
+    int result = 0;
+    if (end == WaitEnd::Interrupted) {
+        result = interruptedExit();
+    } else if (end == WaitEnd::TimedOut) {
         result = fail("the location service did not come up in time");
     } else if (!listener.available) {
         result = fail("location stays off: enabling it was refused");
     } else if (mgr->getCurrentPosition(&lat, &lon, &alt) != 0) {
         result = fail("the location service has no position");
+    } else if (options.json) {
+        JsonLine().add("latitude", lat).add("longitude", lon).add("altitude_m", alt).print();
     } else {
-        if (options.json)
-            std::cout
-                << Json().add("latitude", lat).add("longitude", lon).add("altitude_m", alt).str()
-                << "\n";
-        else
-            printRows({{"latitude", formatDouble(lat, 6) + "°"},
-                       {"longitude", formatDouble(lon, 6) + "°"},
-                       {"altitude", formatDouble(alt, 1) + " m"}});
-        result = 0;
+        printRows({{"latitude", formatDouble(lat, 6) + "°"},
+                   {"longitude", formatDouble(lon, 6) + "°"},
+                   {"altitude", formatDouble(alt, 1) + " m"}});
     }
     OrvexLocationMgr::deleteInstance();
     return result;
@@ -123,57 +103,57 @@ int runLocation(const Options& options, const Args& args) {
             return fail("'" + args[1] + "' holds no \"seconds,latitude,longitude,altitude\" rows");
         return 0;
     }
-    double timeout = 5;
+    guint timeoutMs = 5000;
     if (args.size() == 2 && args[0] == "--timeout") {
-        if (!parseDouble(args[1], &timeout) || timeout <= 0)
-            return fail("the time-out must be a positive number of seconds");
+        if (!parseTimeout(args[1], &timeoutMs))
+            return usageError(kLocation, "the time-out must be a positive number of seconds");
     } else if (!args.empty()) {
         return usageError(kLocation, "unknown argument '" + args[0] + "'");
     }
-    return readPosition(options, timeout);
+    return readPosition(options, timeoutMs);
 }
 
 int runUsage(const Options& options, const Args& args) {
     if (!args.empty() && args[0] == "send") {
         int type = 0, value = 0;
-        std::string extra;
-        if (args.size() < 2 || !parseInt(args[1], &type))
+        gchar* extra = nullptr;
+        GOptionEntry entries[] = {{"extra", 0, 0, G_OPTION_ARG_STRING, &extra, nullptr, nullptr},
+                                  {"value", 0, 0, G_OPTION_ARG_INT, &value, nullptr, nullptr},
+                                  {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
+        Args rest(args.begin() + 1, args.end());
+        int rc = 0;
+        bool parsed = parseOptions(kUsage, rest, entries, &rc);
+        std::string text = extra ? extra : "";
+        g_free(extra);
+        if (!parsed) return rc;
+        if (rest.size() != 1 || !parseInt(rest[0], &type))
             return usageError(kUsage, "expected: send TYPE [--extra TEXT] [--value N]");
-        for (size_t i = 2; i < args.size(); ++i) {
-            if (args[i] == "--extra" && i + 1 < args.size())
-                extra = args[++i];
-            else if (args[i] == "--value" && i + 1 < args.size() && parseInt(args[i + 1], &value))
-                ++i;
-            else
-                return usageError(kUsage, "unknown or incomplete option '" + args[i] + "'");
-        }
         if (type < 0 || type > 11) return fail("the type is 0 to 11");
         OrvexLogging* log = OrvexLogging::getInstance();
         if (!log) return fail("out of memory");
-        log->sendMarvenoLog(static_cast<OrvexLoggingType>(type), extra.c_str(), value);
+        log->sendMarvenoLog(static_cast<OrvexLoggingType>(type), text.c_str(), value);
         OrvexLogging::deleteInstance();
     } else if (!args.empty()) {
         return usageError(kUsage, "expected send or nothing");
     }
     int n = orvex_host_usage_log_count();
-    std::string list = "[";
+    JsonLine json(JsonLine::Array);
     for (int i = 0; i < n; ++i) {
         long long when = 0;
         char* uri = orvex_host_usage_log_uri(i, &when);
         char* fields = orvex_host_usage_log_fields(i);
         std::string f = fields ? fields : "";
         if (options.json) {
-            Json entry;
-            entry.add("time", when).add("uri", uri ? uri : "");
+            json.beginObject().add("time", when).add("uri", uri ? uri : "");
             size_t start = 0;
             while (start < f.size()) {
                 size_t end = f.find('\n', start);
                 std::string line = f.substr(start, end - start);
                 size_t eq = line.find('=');
-                if (eq != std::string::npos) entry.add(line.substr(0, eq), line.substr(eq + 1));
+                if (eq != std::string::npos) json.add(line.substr(0, eq), line.substr(eq + 1));
                 start = end == std::string::npos ? f.size() : end + 1;
             }
-            list += (i ? ", " : "") + entry.str();
+            json.endObject();
         } else {
             for (auto& c : f)
                 if (c == '\n') c = ' ';
@@ -186,7 +166,7 @@ int runUsage(const Options& options, const Args& args) {
         free(fields);
     }
     if (options.json)
-        std::cout << list << "]\n";
+        json.print();
     else if (n == 0)
         std::cout << "no usage events logged\n";
     return 0;

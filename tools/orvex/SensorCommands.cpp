@@ -1,10 +1,9 @@
 // Live pressure, the trend sensor, the pressure recorder and the choice of the sensor back end.
-#include <glib-unix.h>
 #include <glib.h>
 #include <orvex_host/sensor_control.h>
+#include <platform/sensor.h>
 
 #include <algorithm>
-#include <csignal>
 #include <ctime>
 #include <functional>
 #include <iostream>
@@ -27,7 +26,8 @@ const Command kLive{
     "[--seconds N]\n\n"
     "Prints one reading a second until N readings were shown or Ctrl-C. Altitude is computed\n"
     "against the stored sea-level pressure; units follow the settings. --json prints one object\n"
-    "a line.",
+    "a line. Fails when no valid reading came within N seconds, and when the sensor stops\n"
+    "sending (a trace that ended).",
     runLive};
 const Command kRecorded{
     "recorded", "chart the recorded pressure of the last six hours",
@@ -78,11 +78,6 @@ public:
     std::function<void(float)> onReading;
 };
 
-gboolean quitLoop(gpointer loop) {
-    g_main_loop_quit(static_cast<GMainLoop*>(loop));
-    return G_SOURCE_CONTINUE;
-}
-
 std::string problemText() {
     const char* problem = orvex_host_sensor_backend_problem();
     return problem ? std::string(" (") + problem + ")" : "";
@@ -95,6 +90,14 @@ std::string clockTime(long long t) {
     char buf[16];
     strftime(buf, sizeof buf, "%H:%M", &tmv);
     return buf;
+}
+
+// A sensor that has sent nothing for this long has stopped (a trace that ended, a device gone).
+constexpr gint64 kSilentSensorUs = 3 * G_USEC_PER_SEC;
+
+int sensorEvents() {
+    orvex_host_sensor_listener_info info{};
+    return orvex_host_sensor_listener_info_get(SENSOR_PRESSURE, &info) == 0 ? info.events : 0;
 }
 
 int runLive(const Options& options, const Args& args) {
@@ -112,28 +115,28 @@ int runLive(const Options& options, const Args& args) {
     const int dUnit = store->getSettingDistance();
     const int pUnit = store->getSettingPressure();
 
-    GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
     ToolListener listener;
     int shown = 0;
     listener.onReading = [&](float pressure) {
+        ++shown;
         double now = orvex_host_sensor_now();
         bool working = pressure >= 0.0f;
         double altitude = working ? store->getAltivalue(pressure) : 0.0;
         if (working) store->setCurrentPressure(pressure);
         if (options.json) {
-            Json j;
-            j.add("time", now).add("working", working);
+            JsonLine json;
+            json.add("time", now).add("working", working);
             if (working) {
-                j.add("pressure", hpaTo(pUnit, pressure))
+                json.add("pressure", hpaTo(pUnit, pressure))
                     .add("pressure_unit", pressureUnitSymbol(pUnit))
                     .add("altitude", metresTo(dUnit, altitude))
                     .add("distance_unit", distanceUnitSymbol(dUnit));
             }
             if (listener.trend)
-                j.add("trend_hpa", static_cast<double>(*listener.trend));
+                json.add("trend_hpa", static_cast<double>(*listener.trend));
             else
-                j.addNull("trend_hpa");
-            std::cout << j.str() << std::endl;
+                json.addNull("trend_hpa");
+            json.print();
         } else if (!working) {
             std::cout << clockTime(static_cast<long long>(now)) << "  the sensor is not working"
                       << std::endl;
@@ -146,26 +149,44 @@ int runLive(const Options& options, const Args& args) {
                       << (listener.trend ? formatDouble(*listener.trend, 2) + " hPa/3h" : "-")
                       << std::endl;
         }
-        if (seconds > 0 && ++shown >= seconds) g_main_loop_quit(loop);
     };
 
-    int rc = 0;
-    {
-        OrvexSensor sensor(&listener);
-        if (!sensor.startSensor()) {
-            rc = fail("cannot start the pressure sensor" + problemText());
-        } else {
-            bool trend = sensor.startSensorIndicator() == 0;
-            guint sigint = g_unix_signal_add(SIGINT, quitLoop, loop);
-            guint sigterm = g_unix_signal_add(SIGTERM, quitLoop, loop);
-            g_main_loop_run(loop);
-            g_source_remove(sigint);
-            g_source_remove(sigterm);
-            if (trend) sensor.stopSensorIndicator();
-        }
-    }
-    g_main_loop_unref(loop);
-    return rc;
+    OrvexSensor sensor(&listener);
+    if (!sensor.startSensor()) return fail("cannot start the pressure sensor" + problemText());
+    bool trend = sensor.startSensorIndicator() == 0;
+    // The readings come a second apart; the second of grace keeps the last one from racing the
+    // end of the N seconds.
+    guint limitMs = seconds > 0 ? static_cast<guint>(std::min<guint64>(
+                                      static_cast<guint64>(seconds) * 1000u + 1000u, G_MAXUINT))
+                                : 0;
+    int events = sensorEvents();
+    gint64 lastEvent = g_get_monotonic_time();
+    bool silent = false, arrived = false;
+    // Wakes the loop to notice a sensor that went quiet.
+    guint ticker = g_timeout_add(
+        500, [](gpointer) { return gboolean(G_SOURCE_CONTINUE); }, nullptr);
+    WaitEnd end = waitFor(
+        [&] {
+            if (int now = sensorEvents(); now != events) {
+                events = now;
+                arrived = true;
+                lastEvent = g_get_monotonic_time();
+            }
+            silent = g_get_monotonic_time() - lastEvent > kSilentSensorUs;
+            return silent || (seconds > 0 && shown >= seconds);
+        },
+        limitMs);
+    g_source_remove(ticker);
+    if (trend) sensor.stopSensorIndicator();
+    if (end == WaitEnd::Interrupted) return 0;
+    if (silent && arrived)
+        return fail("the pressure sensor sends no more readings" +
+                    (problemText().empty() ? " (the trace may have ended)" : problemText()));
+    if (shown > 0 && !silent) return 0;
+    const std::string waited =
+        std::to_string(silent ? kSilentSensorUs / G_USEC_PER_SEC : gint64{seconds}) + " s";
+    return fail(arrived ? "every reading in " + waited + " was out of range (see -v for the values)"
+                        : "no reading from the pressure sensor in " + waited + problemText());
 }
 
 const char* const kBlocks[] = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
@@ -199,10 +220,8 @@ int runRecorded(const Options& options, const Args& args) {
     if (!sensor.getSensorRecorder(now)) return fail("the recorder refused the read");
     orvex_host_sensor_read_info read{};
     orvex_host_sensor_recorder_last_read(&read);
-    if (read.records > 0) {
-        GMainContext* context = g_main_context_default();
-        while (!listener.complete) g_main_context_iteration(context, TRUE);
-    }
+    if (read.records > 0 && waitFor([&] { return listener.complete; }, 0) == WaitEnd::Interrupted)
+        return interruptedExit();
     if (listener.records.empty()) return fail("no pressure was recorded in the last six hours");
 
     std::vector<double> values;
@@ -211,22 +230,19 @@ int runRecorded(const Options& options, const Args& args) {
     const int decimals = pUnit == 0 ? 1 : 2;
     const char* unit = pressureUnitSymbol(pUnit);
     if (options.json) {
-        std::string records = "[";
-        for (size_t i = 0; i < values.size(); ++i) {
-            if (i) records += ", ";
-            Json r;
-            r.add("time", listener.records[i].first).add("pressure", values[i]);
-            records += r.str();
-        }
-        records += "]";
-        Json j;
-        j.add("from", static_cast<long long>(now) - 21600)
+        JsonLine json;
+        json.add("from", static_cast<long long>(now) - 21600)
             .add("to", static_cast<long long>(now))
             .add("pressure_unit", unit)
             .add("min", *lo)
             .add("max", *hi)
-            .addRaw("records", records);
-        std::cout << j.str() << "\n";
+            .beginArray("records");
+        for (size_t i = 0; i < values.size(); ++i)
+            json.beginObject()
+                .add("time", listener.records[i].first)
+                .add("pressure", values[i])
+                .endObject();
+        json.endArray().print();
         return 0;
     }
     std::cout << "pressure from " << clockTime(listener.records.front().first) << " to "
@@ -267,13 +283,7 @@ int runBackend(const Options& options, const Args& args) {
     }
     const char* problem = orvex_host_sensor_backend_problem();
     if (options.json) {
-        Json j;
-        j.add("backend", orvex_host_sensor_backend());
-        if (problem)
-            j.add("problem", problem);
-        else
-            j.addNull("problem");
-        std::cout << j.str() << "\n";
+        JsonLine().add("backend", orvex_host_sensor_backend()).add("problem", problem).print();
     } else {
         printRows(
             {{"backend", orvex_host_sensor_backend()}, {"state", problem ? problem : "ready"}});

@@ -1,4 +1,5 @@
 // Commands on the settings store and the altitude arithmetic.
+#include <cmath>
 #include <iostream>
 #include <map>
 
@@ -60,12 +61,12 @@ int showSettings(const Options& options, OrvexStorageMgr* s) {
     std::vector<SettingRow> rows = settingRows(s);
     double slp = s->getDataSLP();
     if (options.json) {
-        Json j;
-        for (const auto& r : rows) j.add(r.name, r.value);
-        j.add("distance_unit", distanceUnitSymbol(rows[0].value))
+        JsonLine json;
+        for (const auto& r : rows) json.add(r.name, r.value);
+        json.add("distance_unit", distanceUnitSymbol(rows[0].value))
             .add("pressure_unit", pressureUnitSymbol(rows[1].value))
-            .add("slp_hpa", slp);
-        std::cout << j.str() << "\n";
+            .add("slp_hpa", slp)
+            .print();
         return 0;
     }
     std::vector<std::pair<std::string, std::string>> out;
@@ -119,7 +120,8 @@ int runConvert(const Options& options, const Args& args) {
     int dUnit = s->getSettingDistance();
     int pUnit = s->getSettingPressure();
     const std::string& what = args[0];
-    Json j;
+    // key and value in the order printed
+    std::vector<std::pair<const char*, double>> values;
     std::vector<std::pair<std::string, std::string>> rows;
 
     if (what == "altitude") {
@@ -128,13 +130,13 @@ int runConvert(const Options& options, const Args& args) {
         if ((args.size() != 2 && !haveSlp) || !parseDouble(args[1], &pressure))
             return usageError(kConvert, "expected: altitude PRESSURE_HPA [--slp HPA]");
         double slp = 0;
-        if (haveSlp && !parseDouble(args[3], &slp))
-            return fail("'" + args[3] + "' is not a number");
+        if (haveSlp && (!parseDouble(args[3], &slp) || slp <= 0))
+            return fail("the sea-level pressure '" + args[3] + "' is not a positive number of hPa");
         if (pressure <= 0) return fail("the pressure must be above 0 hPa");
         double altitude = haveSlp ? s->getAltivalue(pressure, slp) : s->getAltivalue(pressure);
         double reference = haveSlp ? slp : s->getDataSLP();
         if (reference <= 0) reference = s->getDefaultSLP();
-        j.add("pressure_hpa", pressure).add("slp_hpa", reference).add("altitude_m", altitude);
+        values = {{"pressure_hpa", pressure}, {"slp_hpa", reference}, {"altitude_m", altitude}};
         rows = {{"pressure", formatDouble(pressure, 2) + " hPa"},
                 {"sea-level pressure", formatDouble(reference, 2) + " hPa"},
                 {"altitude",
@@ -144,7 +146,8 @@ int runConvert(const Options& options, const Args& args) {
         if (args.size() != 2 || !parseDouble(args[1], &altitude))
             return usageError(kConvert, "expected: pressure ALTITUDE_M");
         double pressure = s->getBarovalue(altitude);
-        j.add("altitude_m", altitude).add("slp_hpa", s->getDataSLP()).add("pressure_hpa", pressure);
+        values = {
+            {"altitude_m", altitude}, {"slp_hpa", s->getDataSLP()}, {"pressure_hpa", pressure}};
         rows = {{"altitude", formatDouble(altitude, 1) + " m"},
                 {"sea-level pressure", formatDouble(s->getDataSLP(), 2) + " hPa"},
                 {"pressure", formatDouble(hpaTo(pUnit, pressure), pUnit == 0 ? 1 : 2) + " " +
@@ -155,17 +158,23 @@ int runConvert(const Options& options, const Args& args) {
             !parseDouble(args[2], &pressure))
             return usageError(kConvert, "expected: slp ALTITUDE_M PRESSURE_HPA");
         double slp = s->getManualSLP(altitude, pressure);
-        j.add("altitude_m", altitude).add("pressure_hpa", pressure).add("slp_hpa", slp);
+        values = {{"altitude_m", altitude}, {"pressure_hpa", pressure}, {"slp_hpa", slp}};
         rows = {{"altitude", formatDouble(altitude, 1) + " m"},
                 {"pressure", formatDouble(pressure, 2) + " hPa"},
                 {"sea-level pressure", formatDouble(slp, 2) + " hPa"}};
     } else {
         return usageError(kConvert, "unknown conversion '" + what + "'");
     }
-    if (options.json)
-        std::cout << j.str() << "\n";
-    else
+    // Past the formula's reach (44330 m, a pressure far beyond the reference) there is no answer.
+    for (const auto& v : values)
+        if (!std::isfinite(v.second)) return fail("the result is not a finite number");
+    if (options.json) {
+        JsonLine json;
+        for (const auto& v : values) json.add(v.first, v.second);
+        json.print();
+    } else {
         printRows(rows);
+    }
     return 0;
 }
 

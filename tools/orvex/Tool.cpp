@@ -5,10 +5,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
-#include <sstream>
 
 #include <glib-unix.h>
 #include <glib.h>
+#include <json-glib/json-glib.h>
 
 #include <csignal>
 
@@ -68,87 +68,133 @@ bool parseInt(const std::string& text, int* value) {
     return true;
 }
 
-std::string Json::quote(const std::string& text) {
-    std::string out = "\"";
-    for (unsigned char c : text) {
-        switch (c) {
-            case '"':
-                out += "\\\"";
-                break;
-            case '\\':
-                out += "\\\\";
-                break;
-            case '\n':
-                out += "\\n";
-                break;
-            case '\r':
-                out += "\\r";
-                break;
-            case '\t':
-                out += "\\t";
-                break;
-            default:
-                if (c < 0x20) {
-                    char buf[8];
-                    snprintf(buf, sizeof buf, "\\u%04x", c);
-                    out += buf;
-                } else {
-                    out += static_cast<char>(c);
-                }
-        }
-    }
-    return out + "\"";
+bool parseTimeout(const std::string& text, guint* milliseconds) {
+    if (text.empty()) return false;
+    char* end = nullptr;
+    double seconds = g_ascii_strtod(text.c_str(), &end);
+    // Overflow gives infinity, which clamps like any other value too long for a source.
+    if (*end != '\0' || std::isnan(seconds) || seconds <= 0) return false;
+    double ms = std::ceil(seconds * 1000.0);
+    *milliseconds = ms >= static_cast<double>(G_MAXUINT) ? G_MAXUINT : static_cast<guint>(ms);
+    return true;
 }
 
-Json& Json::add(const std::string& key, const std::string& value) {
-    fields_.emplace_back(key, quote(value));
+std::string secondsText(guint milliseconds) {
+    char text[32];
+    snprintf(text, sizeof text, "%g", milliseconds / 1000.0);
+    return text;
+}
+
+bool parseOptions(const Command& command, Args& args, GOptionEntry* entries, int* rc) {
+    std::vector<char*> argv;
+    argv.push_back(g_strdup(command.name));
+    for (const auto& a : args) argv.push_back(g_strdup(a.c_str()));
+    argv.push_back(nullptr);
+    auto** strv = static_cast<char**>(g_memdup2(argv.data(), argv.size() * sizeof(char*)));
+    GOptionContext* context = g_option_context_new(nullptr);
+    g_option_context_set_help_enabled(context, FALSE);
+    g_option_context_add_main_entries(context, entries, nullptr);
+    GError* error = nullptr;
+    bool ok = g_option_context_parse_strv(context, &strv, &error);
+    if (ok) {
+        args.assign(strv + 1, strv + g_strv_length(strv));
+    } else {
+        *rc = usageError(command, error->message);
+        g_error_free(error);
+    }
+    g_option_context_free(context);
+    g_strfreev(strv);
+    return ok;
+}
+
+JsonLine::JsonLine(Root root) : builder_(json_builder_new()), root_(root) {
+    if (root_ == Array)
+        json_builder_begin_array(builder_);
+    else
+        json_builder_begin_object(builder_);
+}
+
+JsonLine::~JsonLine() { g_object_unref(builder_); }
+
+JsonLine& JsonLine::add(const std::string& key, const std::string& value) {
+    json_builder_set_member_name(builder_, key.c_str());
+    json_builder_add_string_value(builder_, value.c_str());
     return *this;
 }
 
-Json& Json::add(const std::string& key, const char* value) {
+JsonLine& JsonLine::add(const std::string& key, const char* value) {
     return value ? add(key, std::string(value)) : addNull(key);
 }
 
-Json& Json::add(const std::string& key, double value) {
+JsonLine& JsonLine::add(const std::string& key, double value) {
     if (!std::isfinite(value)) return addNull(key);
-    char buf[64];
-    snprintf(buf, sizeof buf, "%.17g", value);
-    fields_.emplace_back(key, buf);
+    json_builder_set_member_name(builder_, key.c_str());
+    json_builder_add_double_value(builder_, value);
     return *this;
 }
 
-Json& Json::add(const std::string& key, int value) {
-    fields_.emplace_back(key, std::to_string(value));
+JsonLine& JsonLine::add(const std::string& key, long long value) {
+    json_builder_set_member_name(builder_, key.c_str());
+    json_builder_add_int_value(builder_, value);
     return *this;
 }
 
-Json& Json::add(const std::string& key, long long value) {
-    fields_.emplace_back(key, std::to_string(value));
+JsonLine& JsonLine::add(const std::string& key, int value) {
+    return add(key, static_cast<long long>(value));
+}
+
+JsonLine& JsonLine::add(const std::string& key, bool value) {
+    json_builder_set_member_name(builder_, key.c_str());
+    json_builder_add_boolean_value(builder_, value);
     return *this;
 }
 
-Json& Json::add(const std::string& key, bool value) {
-    fields_.emplace_back(key, value ? "true" : "false");
+JsonLine& JsonLine::addNull(const std::string& key) {
+    json_builder_set_member_name(builder_, key.c_str());
+    json_builder_add_null_value(builder_);
     return *this;
 }
 
-Json& Json::addNull(const std::string& key) {
-    fields_.emplace_back(key, "null");
+JsonLine& JsonLine::beginArray(const std::string& key) {
+    json_builder_set_member_name(builder_, key.c_str());
+    json_builder_begin_array(builder_);
     return *this;
 }
 
-Json& Json::addRaw(const std::string& key, const std::string& json) {
-    fields_.emplace_back(key, json);
+JsonLine& JsonLine::beginObject() {
+    json_builder_begin_object(builder_);
     return *this;
 }
 
-std::string Json::str() const {
-    std::string out = "{";
-    for (size_t i = 0; i < fields_.size(); ++i) {
-        if (i) out += ", ";
-        out += quote(fields_[i].first) + ": " + fields_[i].second;
-    }
-    return out + "}";
+JsonLine& JsonLine::endObject() {
+    json_builder_end_object(builder_);
+    return *this;
+}
+
+JsonLine& JsonLine::addString(const std::string& value) {
+    json_builder_add_string_value(builder_, value.c_str());
+    return *this;
+}
+
+JsonLine& JsonLine::endArray() {
+    json_builder_end_array(builder_);
+    return *this;
+}
+
+void JsonLine::print() {
+    if (root_ == Array)
+        json_builder_end_array(builder_);
+    else
+        json_builder_end_object(builder_);
+    JsonNode* root = json_builder_get_root(builder_);
+    JsonGenerator* generator = json_generator_new();
+    json_generator_set_root(generator, root);
+    gchar* text = json_generator_to_data(generator, nullptr);
+    // Flushed at once: a script reading `live --json` sees each line as it comes.
+    std::cout << text << std::endl;
+    g_free(text);
+    g_object_unref(generator);
+    json_node_unref(root);
 }
 
 void printRows(const std::vector<std::pair<std::string, std::string>>& rows) {
@@ -205,27 +251,32 @@ std::string formatDouble(double value, int decimals) {
 }
 
 namespace {
-struct LoopRun {
-    GMainLoop* loop;
-    bool signalled;
-};
-
-gboolean onSignal(gpointer data) {
-    auto* run = static_cast<LoopRun*>(data);
-    run->signalled = true;
-    g_main_loop_quit(run->loop);
+gboolean raiseFlag(gpointer flag) {
+    *static_cast<bool*>(flag) = true;
     return G_SOURCE_CONTINUE;
 }
 }  // namespace
 
-bool runMainLoop(GMainLoop* loop) {
-    LoopRun run{loop, false};
-    guint sigint = g_unix_signal_add(SIGINT, onSignal, &run);
-    guint sigterm = g_unix_signal_add(SIGTERM, onSignal, &run);
-    g_main_loop_run(loop);
-    g_source_remove(sigint);
-    g_source_remove(sigterm);
-    return !run.signalled;
+WaitEnd waitFor(const std::function<bool()>& done, guint timeoutMs) {
+    // Removes the sources however the wait ends: a library callback may throw through it.
+    struct Sources {
+        bool signalled = false, expired = false;
+        guint ids[3] = {0, 0, 0};
+        ~Sources() {
+            for (guint id : ids)
+                if (id) g_source_remove(id);
+        }
+    } s;
+    s.ids[0] = g_unix_signal_add(SIGINT, raiseFlag, &s.signalled);
+    s.ids[1] = g_unix_signal_add(SIGTERM, raiseFlag, &s.signalled);
+    if (timeoutMs) s.ids[2] = g_timeout_add(timeoutMs, raiseFlag, &s.expired);
+    bool finished = done();
+    while (!finished && !s.signalled && !s.expired) {
+        g_main_context_iteration(nullptr, TRUE);
+        finished = done();
+    }
+    if (finished) return WaitEnd::Done;
+    return s.signalled ? WaitEnd::Interrupted : WaitEnd::TimedOut;
 }
 
 int interruptedExit() {

@@ -1,10 +1,15 @@
-// Shared pieces of the orvex tool: command registry, options, output and units.
+// Shared pieces of the orvex tool: command registry, options, output, units and waiting.
 #ifndef ORVEX_TOOL_H
 #define ORVEX_TOOL_H
 
+#include <glib.h>
+
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
+
+struct _JsonBuilder;
 
 namespace orvex_tool {
 
@@ -35,23 +40,45 @@ bool parseDouble(const std::string& text, double* value);
 bool parseInt(const std::string& text, int* value);
 bool parseLongLong(const std::string& text, long long* value);
 
-// A flat JSON object written in insertion order.
-class Json {
-public:
-    Json& add(const std::string& key, const std::string& value);
-    Json& add(const std::string& key, const char* value);
-    Json& add(const std::string& key, double value);
-    Json& add(const std::string& key, int value);
-    Json& add(const std::string& key, long long value);
-    Json& add(const std::string& key, bool value);
-    Json& addNull(const std::string& key);
-    Json& addRaw(const std::string& key, const std::string& json);
-    std::string str() const;
+// A time-out in seconds as a GLib source takes it, in milliseconds: anything above G_MAXUINT ms
+// (infinity included) waits that long, the longest a source can. False for a value that is not a
+// positive number.
+bool parseTimeout(const std::string& text, guint* milliseconds);
+// "0.3", "15": the time-out as the user gave it, for messages.
+std::string secondsText(guint milliseconds);
 
-    static std::string quote(const std::string& text);
+// Parses args with GLib's option parser; the options are removed, the positional arguments stay.
+// False after a usage error was reported (the exit code is then in *rc).
+bool parseOptions(const Command& command, Args& args, GOptionEntry* entries, int* rc);
+
+// One JSON object (or array of objects) built with json-glib and printed on a line of its own.
+// Numbers that are not finite have no JSON form and are printed as null.
+class JsonLine {
+public:
+    enum Root { Object, Array };
+    explicit JsonLine(Root root = Object);
+    ~JsonLine();
+    JsonLine(const JsonLine&) = delete;
+    JsonLine& operator=(const JsonLine&) = delete;
+
+    JsonLine& add(const std::string& key, const std::string& value);
+    JsonLine& add(const std::string& key, const char* value);  // null for nullptr
+    JsonLine& add(const std::string& key, double value);
+    JsonLine& add(const std::string& key, long long value);
+    JsonLine& add(const std::string& key, int value);
+    JsonLine& add(const std::string& key, bool value);
+    JsonLine& addNull(const std::string& key);
+    // An array under key; objects and strings go into it until endArray().
+    JsonLine& beginArray(const std::string& key);
+    JsonLine& beginObject();
+    JsonLine& endObject();
+    JsonLine& addString(const std::string& value);
+    JsonLine& endArray();
+    void print();
 
 private:
-    std::vector<std::pair<std::string, std::string>> fields_;
+    _JsonBuilder* builder_;
+    Root root_;
 };
 
 // Prints aligned "label   value" rows.
@@ -66,9 +93,12 @@ double metresTo(int distanceCode, double metres);
 double hpaTo(int pressureCode, double hpa);
 std::string formatDouble(double value, int decimals);
 
-// Runs the loop until something quits it or Ctrl-C (SIGINT) or SIGTERM arrives; false when a
-// signal ended it. The caller then ends normally, so every singleton is still deleted on exit.
-bool runMainLoop(struct _GMainLoop* loop);
+enum class WaitEnd { Done, TimedOut, Interrupted };
+
+// Runs the default main context until done() holds, timeoutMs passes (0: no time-out) or Ctrl-C
+// (SIGINT) or SIGTERM arrives. done() is asked again after every event the loop handles. A command
+// that was interrupted ends normally, so every singleton is still deleted on exit.
+WaitEnd waitFor(const std::function<bool()>& done, guint timeoutMs);
 // One line on stderr for a command that a signal interrupted; returns the exit code (130).
 int interruptedExit();
 

@@ -28,7 +28,8 @@ void printOverview() {
     std::cout << "\nOptions:\n"
                  "  -v, --verbose   show the library's log lines\n"
                  "  --json          print data as JSON, for scripts\n"
-                 "  -h, --help      this help; 'orvex COMMAND --help' for a command\n\n"
+                 "  -h, --help      this help; 'orvex COMMAND --help' for a command\n"
+                 "  --version       the version of the tool and its library\n\n"
                  "State lives in "
               << orvex_host_data_dir() << "\n";
 }
@@ -48,7 +49,7 @@ const Command* findCommand(const std::string& name) {
 int main(int argc, char** argv) {
     Options options;
     Args args;
-    bool help = false;
+    bool help = false, version = false;
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
         if (a == "-v" || a == "--verbose")
@@ -57,10 +58,16 @@ int main(int argc, char** argv) {
             options.json = true;
         else if (a == "-h" || a == "--help")
             help = true;
+        else if (a == "--version")
+            version = true;
         else
             args.push_back(a);
     }
     orvex_host_log_set_stderr_threshold(options.verbose ? DLOG_INFO : DLOG_SILENT);
+    if (version) {
+        std::cout << "orvex " ORVEX_VERSION "\n";
+        return 0;
+    }
 
     if (args.empty() || args[0] == "help") {
         if (args.size() > 1) {
