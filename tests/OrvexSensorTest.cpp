@@ -1,12 +1,9 @@
 #include "OrvexSensor.h"
 
-#include <gtest/gtest.h>
 #include <orvex_host/sensor_control.h>
 
 #include <cmath>
 #include <functional>
-#include <string>
-#include <vector>
 
 #include "HostFixture.h"
 #include "MainLoop.h"
@@ -14,24 +11,17 @@
 using orvex_test::errors;
 using orvex_test::infos;
 using orvex_test::runUntil;
-using V = std::vector<std::string>;
+using V = orvex_test::Lines;
 
 namespace {
 
 struct RecordingListener : IOrvexSensorListener {
-    bool onBarometricPressure(float pressure) override {
-        pressures.push_back(pressure);
-        return true;
-    }
-    bool onRecordedPressure(long long time, double pressure) override {
-        recorded.emplace_back(time, pressure);
-        return true;
+    bool onBarometricPressure(float p) override { return pressures.push_back(p), true; }
+    bool onRecordedPressure(long long t, double p) override {
+        return recorded.emplace_back(t, p), true;
     }
     bool onRecorderCBComplete() override { return complete = true; }
-    bool onBarometricTrendIndicator(float value) override {
-        trends.push_back(value);
-        return true;
-    }
+    bool onBarometricTrendIndicator(float v) override { return trends.push_back(v), true; }
     std::vector<float> pressures, trends;
     std::vector<std::pair<long long, double>> recorded;
     bool complete = false;

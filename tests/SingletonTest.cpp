@@ -1,8 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "HostFixture.h"
 #include "NetworkProxy.h"
 #include "OrvexAltitudeMgr.h"
@@ -12,20 +7,17 @@
 
 namespace {
 
+// How each singleton is reached and released.
 template <class T>
-struct Life;
-
-#define ORVEX_LIFE(T, GET, DROP)             \
-    template <>                              \
-    struct Life<T> {                         \
-        static T* get() { return T::GET(); } \
-        static void drop() { T::DROP(); }    \
-    };
-ORVEX_LIFE(OrvexStorageMgr, getInstance, deleteInstance)
-ORVEX_LIFE(OrvexAltitudeMgr, getInstance, deleteInstance)
-ORVEX_LIFE(OrvexLocationMgr, getInstance, deleteInstance)
-ORVEX_LIFE(OrvexLogging, getInstance, deleteInstance)
-ORVEX_LIFE(NetworkProxy, GetInstance, Destory)
+struct Life {
+    static T* get() { return T::getInstance(); }
+    static void drop() { T::deleteInstance(); }
+};
+template <>
+struct Life<NetworkProxy> {
+    static NetworkProxy* get() { return NetworkProxy::GetInstance(); }
+    static void drop() { NetworkProxy::Destory(); }
+};
 
 template <class T>
 class SingletonTest : public orvex_test::HostTest {
@@ -53,7 +45,7 @@ TYPED_TEST(SingletonTest, CreatedOnFirstUseDeletedOnRequestAndRetriedAfterNoMemo
         orvex_test::FailNothrowNew noMemory;
         EXPECT_EQ(nullptr, L::get());
     }
-    EXPECT_EQ(std::vector<std::string>{"_pInstance is NULL"}, orvex_test::errors());
+    EXPECT_EQ(orvex_test::Lines{"_pInstance is NULL"}, orvex_test::errors());
     EXPECT_NE(nullptr, L::get());
 }
 
