@@ -6,8 +6,6 @@
 #include "OrvexStorageMgr.h"
 #include "WeatherParser.h"
 
-namespace {
-
 class LogFormatTest : public orvex_test::HostTest {};
 
 TEST_F(LogFormatTest, EveryLineNamesItsOriginAndWrapsTheMessageInItsColour) {
@@ -39,5 +37,3 @@ TEST_F(LogFormatTest, EveryLineNamesItsOriginAndWrapsTheMessageInItsColour) {
     }
     EXPECT_EQ(expected, got);
 }
-
-}  // namespace

@@ -7,12 +7,9 @@
 #include "MainLoop.h"
 #include "OrvexLocationMgr.h"
 
-using orvex_test::errors;
-using orvex_test::runUntil;
-using V = orvex_test::Lines;
+using namespace orvex_test;
 using M = OrvexLocationMgr;
-
-namespace {
+using Fix = std::vector<double>;
 
 struct Listener : IOrvexLocationListener {
     void onLocationStateChanged(int state) override { states.push_back(state); }
@@ -20,11 +17,10 @@ struct Listener : IOrvexLocationListener {
     std::vector<int> states, enables;
 };
 
-class OrvexLocationMgrTest : public orvex_test::HostTest {
+class OrvexLocationMgrTest : public HostTest {
 protected:
     void SetUp() override {
         HostTest::SetUp();
-        orvex_host_location_set_position(46.5, 7.9, 1034.0);
         mgr = M::getInstance();
     }
     void TearDown() override {
@@ -32,30 +28,35 @@ protected:
         HostTest::TearDown();
     }
     // Latitude, longitude, altitude; or the failure code alone.
-    std::vector<double> position(bool last = false) {
+    Fix position(bool last = false) {
         double lat, lon, alt;
         int rc = last ? mgr->getLastKnownPosition(&lat, &lon, &alt)
                       : mgr->getCurrentPosition(&lat, &lon, &alt);
-        return rc ? std::vector<double>{double(rc)} : std::vector<double>{lat, lon, alt};
+        return rc ? Fix{double(rc)} : Fix{lat, lon, alt};
     }
     M* mgr = nullptr;
     Listener listener;
 };
 
-TEST_F(OrvexLocationMgrTest, ManagerReportsThePositionWhileStarted) {
-    EXPECT_EQ(std::vector<double>{-1}, position());
-    EXPECT_EQ(std::vector<double>{-1}, position(true));
-    EXPECT_EQ((V{"_location_manager == nullptr", "_location_manager is null!!"}), errors());
+TEST_F(OrvexLocationMgrTest, StartedManagerFollowsAReplayedTrack) {
+    EXPECT_EQ(Fix{-1}, position());
+    EXPECT_EQ(Fix{-1}, position(true));
+    EXPECT_EQ((Lines{"_location_manager == nullptr", "_location_manager is null!!"}), errors());
+    const std::string track = std::string(orvex_host_data_dir()) + "/track.csv";
+    std::ofstream(track) << "seconds,latitude,longitude,altitude\n"
+                         << "0,46.0,7.0,1000\n0.2,46.1,7.1,1100\n0.4,46.2,7.2,1200\n";
+    ASSERT_EQ(0, orvex_host_location_set_track(track.c_str()));
     EXPECT_EQ(0, mgr->createLocationMgr(&listener));
+    std::vector<Fix> seen{position()};
+    EXPECT_EQ((Fix{46.0, 7.0, 1000.0}), seen.front());
+    EXPECT_EQ(seen.front(), position(true));
     ASSERT_TRUE(runUntil([&] { return !listener.states.empty(); }));
     EXPECT_EQ(std::vector<int>{M::LOCATION_STATE_ENABLED}, listener.states);
     EXPECT_EQ(M::LOCATION_STATE_ENABLED, mgr->getLocationState());
-    EXPECT_EQ((std::vector<double>{46.5, 7.9, 1034.0}), position());
-    EXPECT_EQ((std::vector<double>{46.5, 7.9, 1034.0}), position(true));
 
     Listener other;  // a second creation only restarts, keeping the first listener
     EXPECT_EQ(0, mgr->createLocationMgr(&other));
-    EXPECT_EQ(V{"_location_manager is already created!"}, orvex_test::infos());
+    EXPECT_EQ(Lines{"_location_manager is already created!"}, infos());
     EXPECT_EQ(1, orvex_host_location_manager_count());
     orvex_host_location_inject_state(LOCATIONS_SERVICE_ENABLED);
     ASSERT_TRUE(runUntil([&] { return listener.states.size() == 2; }));
@@ -63,26 +64,17 @@ TEST_F(OrvexLocationMgrTest, ManagerReportsThePositionWhileStarted) {
     orvex_host_location_inject_state(LOCATIONS_SERVICE_DISABLED);
     ASSERT_TRUE(runUntil([&] { return mgr->getLocationState() == M::LOCATION_STATE_DISABLED; }));
     EXPECT_EQ(2u, listener.states.size() + other.states.size());
-    mgr->stopLocationMgr();
-    EXPECT_EQ(1u, position().size());
-    M::deleteInstance();
-    EXPECT_EQ(0, orvex_host_location_manager_count());
-}
 
-TEST_F(OrvexLocationMgrTest, PositionFollowsAReplayedTrack) {
-    const std::string path = std::string(orvex_host_data_dir()) + "/track.csv";
-    std::ofstream(path) << "seconds,latitude,longitude,altitude\n"
-                        << "0,46.0,7.0,1000\n0.2,46.1,7.1,1100\n0.4,46.2,7.2,1200\n";
-    ASSERT_EQ(0, orvex_host_location_set_track(path.c_str()));
-    ASSERT_EQ(0, mgr->createLocationMgr(&listener));
-    std::vector<std::vector<double>> seen{position()};
     ASSERT_TRUE(runUntil([&] {
         if (position() != seen.back()) seen.push_back(position());
         return seen.back()[0] == 46.2;
     }));
-    EXPECT_EQ((std::vector<double>{46.0, 7.0, 1000.0}), seen.front());
     for (size_t i = 1; i < seen.size(); ++i) EXPECT_LT(seen[i - 1][2], seen[i][2]);
-    EXPECT_EQ((std::vector<double>{46.2, 7.2, 1200.0}), seen.back());
+    EXPECT_EQ((Fix{46.2, 7.2, 1200.0}), seen.back());
+    mgr->stopLocationMgr();
+    EXPECT_EQ(1u, position().size());
+    M::deleteInstance();
+    EXPECT_EQ(0, orvex_host_location_manager_count());
 }
 
 TEST_F(OrvexLocationMgrTest, EnablingTheSetting) {
@@ -99,17 +91,17 @@ TEST_F(OrvexLocationMgrTest, EnablingTheSetting) {
         EXPECT_EQ(accept, mgr->getLocationState());
         EXPECT_EQ(accept == 1, mgr->isLocationEnabled());
         EXPECT_EQ(accept, orvex_host_location_manager_count());
-        EXPECT_EQ(accept ? V{} : V{"location enable failed!!!"}, errors());
+        EXPECT_EQ(accept ? Lines{} : Lines{"location enable failed!!!"}, errors());
         EXPECT_FALSE(orvex_host_location_has_enabling_result_cb() ||
                      orvex_host_location_has_setting_changed_cb());
         M::deleteInstance();
         mgr = M::getInstance();
     }
-    orvex_test::clearLog();
+    clearLog();
     M::location_setting_changed_cb(LOCATIONS_METHOD_HYBRID, true, mgr);  // without a listener
     EXPECT_EQ(0, orvex_host_location_manager_count());
     M::location_state_changed_cb(LOCATIONS_SERVICE_ENABLED, nullptr);
-    EXPECT_EQ(V{"self is NULL"}, errors());
+    EXPECT_EQ(Lines{"self is NULL"}, errors());
     orvex_host_location_set_supported(0);
     EXPECT_EQ(LOCATIONS_ERROR_NOT_SUPPORTED, mgr->createLocationMgr(&listener));
 }
@@ -124,39 +116,34 @@ TEST_F(OrvexLocationMgrTest, FailedPlatformCalls) {
         bool created;  // a started manager exists before the call
         F call;
         int result;
-        const char* message;  // nullptr: nothing logged
+        const char* message;  // %s: the function; nullptr: nothing logged
     } cases[] = {
-        {"location_manager_set_enabling_method_result_cb", false, enable, -77,
-         "location_manager_set_enabling_method_result_cb failed(-77)"},
-        {"location_manager_set_setting_changed_cb", false, enable, -77,
-         "location_manager_set_setting_changed_cb failed(-77)"},
-        {"location_manager_enable_method", false, enable, -77,
-         "location_manager_enable_method failed(-77)"},
-        {"location_manager_create", false, create, -77, "Failed to location_manager_create = -77"},
-        {"location_manager_set_service_state_changed_cb", false, create, -77,
-         "Failed to location_manager_set_service_state_changed_cb(-77)"},
-        {"location_manager_start", false, create, -77, "Failed to location_manager_start(-77)"},
-        {"location_manager_start", true, create, -77, "Failed to location_manager_start(-77)"},
+        {"location_manager_set_enabling_method_result_cb", false, enable, -77, "%s failed(-77)"},
+        {"location_manager_set_setting_changed_cb", false, enable, -77, "%s failed(-77)"},
+        {"location_manager_enable_method", false, enable, -77, "%s failed(-77)"},
+        {"location_manager_create", false, create, -77, "Failed to %s = -77"},
+        {"location_manager_set_service_state_changed_cb", false, create, -77, "Failed to %s(-77)"},
+        {"location_manager_start", false, create, -77, "Failed to %s(-77)"},
+        {"location_manager_start", true, create, -77, "Failed to %s(-77)"},
         {"location_manager_get_last_position", true, [this] { return int(position(true)[0]); }, -1,
          "Failed to location_manager_get_position(-77)"},
         {"location_manager_get_position", true, [this] { return int(position()[0]); }, -77,
          nullptr},
         {"location_manager_is_enabled_method", false,
-         [this] { return int(mgr->isLocationEnabled()); }, 0,
-         "Failed to location_manager_is_enabled_method(-77)"},
-        {"location_manager_unset_setting_changed_cb", false, unset, 0,
-         "location_manager_unset_setting_changed_cb failed(-77)"},
-        {"location_manager_unset_enabling_method_result_cb", false, unset, 0,
-         "location_manager_unset_enabling_method_result_cb failed(-77)"},
+         [this] { return int(mgr->isLocationEnabled()); }, 0, "Failed to %s(-77)"},
+        {"location_manager_unset_setting_changed_cb", false, unset, 0, "%s failed(-77)"},
+        {"location_manager_unset_enabling_method_result_cb", false, unset, 0, "%s failed(-77)"},
     };
     for (const auto& c : cases) {
         M::deleteInstance();
         mgr = M::getInstance();
         if (c.created) ASSERT_EQ(0, mgr->createLocationMgr(&listener));
-        orvex_test::clearLog();
+        clearLog();
         orvex_host_fail_next(c.fault, 1, -77);
         EXPECT_EQ(c.result, c.call()) << c.fault;
-        EXPECT_EQ(c.message ? V{c.message} : V{}, errors()) << c.fault;
+        char message[128] = "";
+        if (c.message) snprintf(message, sizeof message, c.message, c.fault);
+        EXPECT_EQ(c.message ? Lines{message} : Lines{}, errors()) << c.fault;
         EXPECT_EQ(c.created, orvex_host_location_manager_count()) << c.fault;
         EXPECT_FALSE(orvex_host_location_has_enabling_result_cb() ||
                      orvex_host_location_has_setting_changed_cb())
@@ -164,5 +151,3 @@ TEST_F(OrvexLocationMgrTest, FailedPlatformCalls) {
         orvex_host_clear_faults();
     }
 }
-
-}  // namespace

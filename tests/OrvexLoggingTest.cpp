@@ -11,8 +11,6 @@
 #include "HostFixture.h"
 #include "OrvexLogging.h"
 
-namespace {
-
 class OrvexLoggingTest : public orvex_test::HostTest {
 protected:
     void TearDown() override {
@@ -57,5 +55,3 @@ TEST_F(OrvexLoggingTest, AClientThatCouldNotBeCreatedIsKeptAndSendsNothing) {
     EXPECT_EQ(1, log->sendMarvenoLog(ORVEX_LOG_FEATURE_3, nullptr, 0));
     EXPECT_EQ(0, orvex_host_usage_log_count());
 }
-
-}  // namespace

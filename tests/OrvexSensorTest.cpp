@@ -8,12 +8,7 @@
 #include "HostFixture.h"
 #include "MainLoop.h"
 
-using orvex_test::errors;
-using orvex_test::infos;
-using orvex_test::runUntil;
-using V = orvex_test::Lines;
-
-namespace {
+using namespace orvex_test;
 
 struct RecordingListener : IOrvexSensorListener {
     bool onBarometricPressure(float p) override { return pressures.push_back(p), true; }
@@ -45,7 +40,7 @@ void inject(int type, float value, float status = 1.0f) {
     orvex_host_sensor_inject(type, values, 4);
 }
 
-class OrvexSensorTest : public orvex_test::HostTest {
+class OrvexSensorTest : public HostTest {
 protected:
     void SetUp() override {
         HostTest::SetUp();
@@ -58,21 +53,21 @@ protected:
 TEST_F(OrvexSensorTest, ReadingsInsideTheInclusiveWindowReachTheListener) {
     OrvexSensor sensor(&listener);
     ASSERT_TRUE(sensor.startSensor());
-    orvex_test::clearLog();
+    clearLog();
     for (float p : {260.0f, 1260.0f, 259.99f, 1260.01f, NAN, 1013.25f}) inject(SENSOR_PRESSURE, p);
     inject(SENSOR_PRESSURE, 1000.0f, 0.0f);  // a zero status: the reading means nothing
     ASSERT_TRUE(runUntil([&] { return listener.pressures.size() == 4; }));
     EXPECT_EQ((std::vector<float>{260.0f, 1260.0f, 1013.25f, -1.0f}), listener.pressures);
-    EXPECT_EQ((V{"SENSOR OVER LIMITATION 259.989990", "SENSOR OVER LIMITATION 1260.010010",
-                 "SENSOR OVER LIMITATION nan", "SENSOR IS NOT WORKING"}),
+    EXPECT_EQ((Lines{"SENSOR OVER LIMITATION 259.989990", "SENSOR OVER LIMITATION 1260.010010",
+                     "SENSOR OVER LIMITATION nan", "SENSOR IS NOT WORKING"}),
               errors());
 
     OrvexSensor other;  // no listener of its own, and the destructor below clears the shared one
     { OrvexSensor gone(&listener); }
-    orvex_test::clearLog();
+    clearLog();
     inject(SENSOR_PRESSURE, 1000.0f);
     ASSERT_TRUE(runUntil([] { return !errors().empty(); }));
-    EXPECT_EQ(V{"Sensor Listner is NULL"}, errors());
+    EXPECT_EQ(Lines{"Sensor Listner is NULL"}, errors());
     EXPECT_EQ(4u, listener.pressures.size());
 }
 
@@ -82,18 +77,18 @@ TEST_F(OrvexSensorTest, StartPauseResumeAndStop) {
     auto i = info(SENSOR_PRESSURE);
     EXPECT_EQ(1000u, i.interval_ms);
     EXPECT_EQ(SENSOR_OPTION_DEFAULT, i.option);
-    EXPECT_EQ((V{"Start Sensor", "Sensor Start Success"}), infos());
+    EXPECT_EQ((Lines{"Start Sensor", "Sensor Start Success"}), infos());
     ASSERT_EQ(0, sensor.startSensorIndicator());
     sensor.pauseSensor();
     EXPECT_EQ(0, info(SENSOR_PRESSURE).started + info(SENSOR_PRESSURE_TREND).started);
     sensor.resumeSensor();
     EXPECT_EQ(2, info(SENSOR_PRESSURE).started + info(SENSOR_PRESSURE_TREND).started);
     sensor.pauseSensor();
-    orvex_test::clearLog();
+    clearLog();
     ASSERT_TRUE(sensor.startSensor());  // resumes the listener it has
     EXPECT_EQ(1, info(SENSOR_PRESSURE).created);
     EXPECT_EQ(1, info(SENSOR_PRESSURE).started);
-    EXPECT_EQ((V{"Start Sensor", "Sensor is Already Created Resume it"}), infos());
+    EXPECT_EQ((Lines{"Start Sensor", "Sensor is Already Created Resume it"}), infos());
     EXPECT_TRUE(sensor.stopSensor());
     EXPECT_TRUE(sensor.stopSensor());
     EXPECT_EQ(0, info(SENSOR_PRESSURE).live);
@@ -120,7 +115,7 @@ TEST_F(OrvexSensorTest, TrendSensorPassesEveryValueUntilStopped) {
         EXPECT_EQ(0, info(SENSOR_PRESSURE_TREND).live);
         EXPECT_TRUE(errors().empty());
         sensor.stopSensorIndicator();
-        EXPECT_EQ(V{"stopSonserIndicator is failed!"}, errors());
+        EXPECT_EQ(Lines{"stopSonserIndicator is failed!"}, errors());
         ASSERT_EQ(0, sensor.startSensorIndicator());
         ASSERT_TRUE(sensor.startSensorRecorder());
     }
@@ -142,12 +137,12 @@ TEST_F(OrvexSensorTest, RecorderKeepsAMonthAndReadsTheSixHoursBeforeTheAnchor) {
     // Recording that already runs counts as started.
     orvex_host_fail_next("sensor_recorder_start", 1, static_cast<int>(0xFDBC0007));
     EXPECT_TRUE(sensor.startSensorRecorder());
-    EXPECT_EQ((V{"Succeeded to start sensor", "Succeeded to start sensor"}), infos());
+    EXPECT_EQ((Lines{"Succeeded to start sensor", "Succeeded to start sensor"}), infos());
 
     const long t = 1700000040;  // a multiple of two minutes, so each sample opens its own record
     for (long long at : {t - 21601L, t - 3000L, t - 2040L, t - 1200L, t + 1L})
         ASSERT_EQ(0, orvex_host_sensor_record_insert(SENSOR_PRESSURE, at, 1000 + (t - at) / 1e3));
-    orvex_test::clearLog();
+    clearLog();
     ASSERT_TRUE(sensor.getSensorRecorder(t));
     orvex_host_sensor_read_info read{};
     ASSERT_EQ(0, orvex_host_sensor_recorder_last_read(&read));
@@ -157,9 +152,9 @@ TEST_F(OrvexSensorTest, RecorderKeepsAMonthAndReadsTheSixHoursBeforeTheAnchor) {
     EXPECT_EQ((std::vector<std::pair<long long, double>>{
                   {t - 3000, 1003.0}, {t - 2040, 1002.04}, {t - 1200, 1001.2}}),
               listener.recorded);
-    EXPECT_EQ(
-        V{"The Last Recorded Data :  TIME = " + std::to_string(t - 1200) + ", Data = 1001.200000 "},
-        infos());
+    EXPECT_EQ(Lines{"The Last Recorded Data :  TIME = " + std::to_string(t - 1200) +
+                    ", Data = 1001.200000 "},
+              infos());
 }
 
 TEST_F(OrvexSensorTest, FailedPlatformCalls) {
@@ -171,18 +166,16 @@ TEST_F(OrvexSensorTest, FailedPlatformCalls) {
     const struct {
         const char* fault;  // nullptr: no sensor on the machine at all
         std::function<int(S&)> call;
-        const char* message;
-        int live;  // trend listeners left behind
+        const char* message;  // %s: the function
+        int live;             // trend listeners left behind
     } cases[] = {
-        {"sensor_get_default_sensor", start, "sensor_get_default_sensor failed with error [-5]", 0},
-        {"sensor_create_listener", start, "sensor_create_listener failed with error [-5]", 0},
-        {"sensor_listener_set_option", start, "sensor_listener_set_option failed with error [-5]",
-         0},
-        {"sensor_listener_set_event_cb", start,
-         "sensor_listener_set_event_cb failed with error [-5]", 0},
-        {"sensor_listener_start", start, "sensor_listener_start failed with error [-5]", 0},
-        {"sensor_is_supported", trend, "sensor_is_supported is failed", 0},
-        {"sensor_listener_start", trend, "sensor_listener_start is failed", 1},
+        {"sensor_get_default_sensor", start, "%s failed with error [-5]", 0},
+        {"sensor_create_listener", start, "%s failed with error [-5]", 0},
+        {"sensor_listener_set_option", start, "%s failed with error [-5]", 0},
+        {"sensor_listener_set_event_cb", start, "%s failed with error [-5]", 0},
+        {"sensor_listener_start", start, "%s failed with error [-5]", 0},
+        {"sensor_is_supported", trend, "%s is failed", 0},
+        {"sensor_listener_start", trend, "%s is failed", 1},
         {"sensor_recorder_is_supported", record, "Failed to call is_supported() API fffffffb", 0},
         {"sensor_recorder_create_option", record, "Failed to create option", 0},
         {"sensor_recorder_start", record, "Failed to start sensor", 0},
@@ -194,7 +187,6 @@ TEST_F(OrvexSensorTest, FailedPlatformCalls) {
         {nullptr, record, "sensor is not supported", 0},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.message);
         ASSERT_EQ(0, orvex_host_reset());
         if (c.fault)
             orvex_host_fail_next(c.fault, 1, SENSOR_ERROR_IO_ERROR);
@@ -202,14 +194,14 @@ TEST_F(OrvexSensorTest, FailedPlatformCalls) {
             ASSERT_EQ(0, orvex_host_sensor_set_backend("iio") +
                              orvex_host_sensor_set_iio_root("/nonexistent/iio"));
         OrvexSensor sensor(&listener);
-        EXPECT_EQ(-1, c.call(sensor));
-        EXPECT_EQ(V{c.message}, errors());
-        EXPECT_EQ(0, info(SENSOR_PRESSURE).live);
-        EXPECT_EQ(c.live, info(SENSOR_PRESSURE_TREND).live);
+        EXPECT_EQ(-1, c.call(sensor)) << c.message;
+        char message[128];
+        snprintf(message, sizeof message, c.message, c.fault);
+        EXPECT_EQ(Lines{message}, errors());
+        EXPECT_EQ(0, info(SENSOR_PRESSURE).live) << c.message;
+        EXPECT_EQ(c.live, info(SENSOR_PRESSURE_TREND).live) << c.message;
         int started = -1;
         orvex_host_sensor_recorder_state(SENSOR_PRESSURE, &started, nullptr);
-        EXPECT_EQ(0, started);
+        EXPECT_EQ(0, started) << c.message;
     }
 }
-
-}  // namespace

@@ -7,10 +7,7 @@
 #include "HostFixture.h"
 #include "OrvexStorageMgr.h"
 
-using orvex_test::errors;
-using V = orvex_test::Lines;
-
-namespace {
+using namespace orvex_test;
 
 // Every key of the store, in the order of the snapshots below.
 const char* const kKeys[] = {"ORVEX_SETTING_MANUAL",           "ORVEX_SETTING_DISTANCE",
@@ -18,11 +15,11 @@ const char* const kKeys[] = {"ORVEX_SETTING_MANUAL",           "ORVEX_SETTING_DI
                              "ORVEX_SETTING_AUTO_REFRESH",     "ORVEX_DATA_SEE_LEVEL",
                              "ORVEX_DATA_SEE_LEVEL_HISTORY",   "ORVEX_DATA_CALIBRATE_TIME",
                              "ORVEX_DATA_ACCU_WANING_MESSAGE", "ORVEX_DATA_DEBUG_FEATURE"};
-const V kDefaults = {"0", "0", "0", "0", "0", "1013.25", "''", "''", "0", "0"};
+const Lines kDefaults = {"0", "0", "0", "0", "0", "1013.25", "''", "''", "0", "0"};
 // What use() leaves in the store.
-const V kUsed = {"1", "0", "2", "4", "1", "1002.5", "'T:1;P+2.000000'", "'77'", "1", "1"};
+const Lines kUsed = {"1", "0", "2", "4", "1", "1002.5", "'T:1;P+2.000000'", "'77'", "1", "1"};
 
-class StorageTest : public orvex_test::HostTest {
+class StorageTest : public HostTest {
 protected:
     void SetUp() override {
         HostTest::SetUp();
@@ -40,8 +37,8 @@ protected:
         store = OrvexStorageMgr::getInstance();
     }
     // Every stored value as text: strings quoted, "-" for a missing key.
-    static V snapshot() {
-        V out;
+    static Lines snapshot() {
+        Lines out;
         for (const char* key : kKeys) {
             int i;
             double d;
@@ -67,7 +64,7 @@ protected:
         store->saveAccuWarningMessage(1);
         preference_set_int("ORVEX_DATA_DEBUG_FEATURE", 1);
     }
-    std::string history() { return orvex_test::adopt(store->getDataSLPHistory()); }
+    std::string history() { return adopt(store->getDataSLPHistory()); }
     OrvexStorageMgr* store = nullptr;
 };
 
@@ -77,11 +74,11 @@ TEST_F(StorageTest, FirstStartWritesTheDefaultsAndTakesUnitsFromTheCountry) {
     for (const auto& [country, pressure] : cases) {
         fresh(country);
         store->initStorage();
-        V expected = kDefaults;
+        Lines expected = kDefaults;
         expected[1] = country && std::string(country) == "US" ? "1" : "0";
         expected[2] = pressure;
         EXPECT_EQ(expected, snapshot()) << (country ? country : "no country");
-        EXPECT_EQ(V{"Preference is not init"}, errors());
+        EXPECT_EQ(Lines{"Preference is not init"}, errors());
     }
 }
 
@@ -96,12 +93,12 @@ TEST_F(StorageTest, LaterStartsKeepTheDataAndRefillWhatAKilledFirstStartLeftOut)
         store->initStorage();
         use();
         ASSERT_EQ(kUsed, snapshot());
-        V expected = kUsed;
+        Lines expected = kUsed;
         if (missing >= 0) {
             ASSERT_EQ(0, preference_remove(kKeys[missing]));
             expected[missing] = refilled;
         }
-        orvex_test::clearLog();
+        clearLog();
         store->initStorage();
         EXPECT_EQ(expected, snapshot()) << missing;
         EXPECT_EQ(0u, orvex_host_log_count()) << missing;
@@ -116,12 +113,12 @@ TEST_F(StorageTest, DemonstrationUnitResetsAtEveryStartWithTheUnitsOfItsRegion) 
     for (const auto& [region, unit] : regions) {
         orvex_host_vconf_set_str("db/menu_widget/regionformat", region);
         use();
-        orvex_test::clearLog();
+        clearLog();
         store->initStorage();
-        V expected = kDefaults;
+        Lines expected = kDefaults;
         expected[1] = expected[2] = unit;
         EXPECT_EQ(expected, snapshot()) << (region ? region : "no region");
-        EXPECT_EQ(V{"Preference is not init"}, errors());
+        EXPECT_EQ(Lines{"Preference is not init"}, errors());
     }
 }
 
@@ -155,10 +152,10 @@ TEST_F(StorageTest, FailedPlatformCalls) {
     use();
     orvex_host_vconf_set_int("db/retailmode/enabled", 1);
     for (const auto& c : cases) {
-        orvex_test::clearLog();
+        clearLog();
         orvex_host_fail_next(c.fault, 1, PREFERENCE_ERROR_IO_ERROR);
         EXPECT_NEAR(c.result, c.call(store), 0.5) << c.fault;
-        EXPECT_EQ(c.message ? V{c.message} : V{}, errors()) << c.fault;
+        EXPECT_EQ(c.message ? Lines{c.message} : Lines{}, errors()) << c.fault;
         orvex_host_clear_faults();
     }
     EXPECT_EQ(kUsed, snapshot());  // failed writes changed nothing
@@ -207,7 +204,7 @@ TEST_F(StorageTest, HistoryAndCalibrationTime) {
     const std::string text =
         "T:1500000000;P+1013.250000T:1500003600;P+1012.100000T:-5;P+990.000000";
     EXPECT_EQ(text, history());
-    EXPECT_EQ("SLP History " + text, orvex_test::infos().back());
+    EXPECT_EQ("SLP History " + text, infos().back());
     store->saveDataSLPHistory("");
     store->addDataSLPHistory(-9, 1e300);  // written in full: 301 digits and ".000000"
     EXPECT_EQ(std::string("T:-9;P+").size() + 301 + 7, history().size());
@@ -222,5 +219,3 @@ TEST_F(StorageTest, HistoryAndCalibrationTime) {
     preference_set_string("ORVEX_DATA_CALIBRATE_TIME", "99999999999999999999999");
     EXPECT_THROW(store->getDataCalTime(), std::out_of_range);
 }
-
-}  // namespace

@@ -9,10 +9,7 @@
 #include "OrvexStorageMgr.h"
 #include "OrvexWeather.h"
 
-using orvex_test::errors;
-using V = orvex_test::Lines;
-
-namespace {
+using namespace orvex_test;
 
 struct Listener : IOrvexWeatherListener {
     void onWeatherInfoResult(int result) override { results.push_back(result); }
@@ -28,7 +25,7 @@ bundle* answer(const std::string& time, const char* pressure) {
 
 std::string now(long long offset = 0) { return std::to_string(time(nullptr) + offset); }
 
-class OrvexWeatherTest : public orvex_test::StoreTest {
+class OrvexWeatherTest : public StoreTest {
 protected:
     // Plays one answer of the agent through the port and waits until `to` has heard it.
     void reply(const std::string& time, const char* pressure, Listener& to) {
@@ -37,7 +34,7 @@ protected:
                                                   "com.marveno.weather-agent", b));
         bundle_free(b);
         size_t before = to.results.size();
-        ASSERT_TRUE(orvex_test::runUntil([&] { return to.results.size() > before; }));
+        ASSERT_TRUE(runUntil([&] { return to.results.size() > before; }));
     }
     Listener listener;
 };
@@ -66,16 +63,16 @@ TEST_F(OrvexWeatherTest, AnswersOfTheAgent) {
     store->saveDataSLP(1000.0);
     std::string history;
     for (const auto& c : cases) {
-        orvex_test::clearLog();
+        clearLog();
         reply(c.time, c.pressure, listener);
         EXPECT_EQ(c.result, listener.results.back()) << c.time;
-        EXPECT_EQ(c.message ? V{c.message} : V{}, errors()) << c.time;
+        EXPECT_EQ(c.message ? Lines{c.message} : Lines{}, errors()) << c.time;
         if (c.result != 0) continue;
         history += "T:" + c.time + ";P+" + std::to_string(std::stod(c.pressure));
         EXPECT_EQ(std::stod(c.pressure), store->getDataSLP());
         EXPECT_EQ(std::stoll(c.time), store->getDataCalTime());
     }
-    EXPECT_EQ(history, orvex_test::adopt(store->getDataSLPHistory()));
+    EXPECT_EQ(history, adopt(store->getDataSLPHistory()));
     EXPECT_EQ("", OrvexWeather::_bundleGetString(nullptr, "pressure"));
     for (const auto& [time, pressure] : {std::pair<std::string, const char*>{"soon", "1010"},
                                          {now(), "high"},
@@ -102,16 +99,16 @@ TEST_F(OrvexWeatherTest, RequestsGoToTheAgentUnlessAStepFails) {
     };
     OrvexWeather weather(&listener);
     for (const auto& c : cases) {
-        orvex_test::clearLog();
+        clearLog();
         orvex_host_fail_after(c.function, c.skip, 1, -12);
         EXPECT_FALSE(weather.requestWeatherInfo()) << c.message;
-        EXPECT_EQ(V{c.message}, errors());
+        EXPECT_EQ(Lines{c.message}, errors());
         orvex_host_clear_faults();
     }
     EXPECT_EQ(0, orvex_host_app_launch_count());
     orvex_host_weather_set_slp(1021.37);
     ASSERT_TRUE(weather.requestWeatherInfo());
-    ASSERT_TRUE(orvex_test::runUntil([&] { return !listener.results.empty(); }));
+    ASSERT_TRUE(runUntil([&] { return !listener.results.empty(); }));
     EXPECT_EQ(std::vector<int>{0}, listener.results);
     EXPECT_EQ(1021.37, store->getDataSLP());
     EXPECT_EQ(1, orvex_host_agent_request_count());
@@ -123,15 +120,15 @@ TEST_F(OrvexWeatherTest, PortAndListener) {
         OrvexWeather weather(&listener);
         EXPECT_EQ(1, orvex_host_message_port_count());
         OrvexWeather keepsTheListener(nullptr);
-        EXPECT_EQ(V{"Listener is NULL"}, errors());
+        EXPECT_EQ(Lines{"Listener is NULL"}, errors());
         reply(now(), "1011.0", listener);
     }
     EXPECT_EQ(0, orvex_host_message_port_count());
-    orvex_test::clearLog();
+    clearLog();
     orvex_host_fail_next("message_port_register_local_port", 1, -5);
     {
         OrvexWeather unregistered(&other);  // the listener is taken all the same
-        EXPECT_EQ(V{"message_port_register_local_port failed(-5)"}, errors());
+        EXPECT_EQ(Lines{"message_port_register_local_port failed(-5)"}, errors());
         // Without a port the destructor has nothing to unregister.
         orvex_host_fail_next("message_port_unregister_local_port", -1, -99);
     }
@@ -140,5 +137,3 @@ TEST_F(OrvexWeatherTest, PortAndListener) {
     reply(now(), "1012.0", other);
     EXPECT_EQ(std::vector<int>{0}, listener.results);
 }
-
-}  // namespace

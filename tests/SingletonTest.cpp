@@ -5,8 +5,6 @@
 #include "OrvexLogging.h"
 #include "OrvexStorageMgr.h"
 
-namespace {
-
 // How each singleton is reached and released.
 template <class T>
 struct Life {
@@ -48,5 +46,3 @@ TYPED_TEST(SingletonTest, CreatedOnFirstUseDeletedOnRequestAndRetriedAfterNoMemo
     EXPECT_EQ(orvex_test::Lines{"_pInstance is NULL"}, orvex_test::errors());
     EXPECT_NE(nullptr, L::get());
 }
-
-}  // namespace

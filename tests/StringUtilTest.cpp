@@ -6,9 +6,7 @@
 #include "StringUtil.h"
 
 using S = StringUtil;
-using V = orvex_test::Lines;
-
-namespace {
+using namespace orvex_test;
 
 TEST(StringUtilTest, TextResults) {
     const std::pair<std::string, std::string> cases[] = {
@@ -51,10 +49,10 @@ TEST(StringUtilTest, TextResults) {
 }
 
 TEST(StringUtilTest, TokenizeCollapsesDelimiters) {
-    EXPECT_EQ((V{"a", "bc"}), S::Tokenize(",,a,,bc,", ","));
-    EXPECT_EQ(V{}, S::Tokenize(";,;", ",;"));
-    EXPECT_EQ((V{"k", "v", "w"}), S::Tokenize("k=v;w", "=;"));
-    EXPECT_EQ(V{"whole"}, S::Tokenize("whole", ","));
+    EXPECT_EQ((Lines{"a", "bc"}), S::Tokenize(",,a,,bc,", ","));
+    EXPECT_EQ(Lines{}, S::Tokenize(";,;", ",;"));
+    EXPECT_EQ((Lines{"k", "v", "w"}), S::Tokenize("k=v;w", "=;"));
+    EXPECT_EQ(Lines{"whole"}, S::Tokenize("whole", ","));
 }
 
 TEST(StringUtilTest, NumbersFromText) {
@@ -67,5 +65,3 @@ TEST(StringUtilTest, NumbersFromText) {
     EXPECT_EQ(1013.25f, S::StringToFloat("1013.25hPa"));
     EXPECT_EQ(-37.123456, S::StringToDouble("-37.123456"));
 }
-
-}  // namespace

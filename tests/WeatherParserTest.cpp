@@ -5,10 +5,7 @@
 #include "HostFixture.h"
 #include "WeatherParser.h"
 
-using orvex_test::errors;
-using V = orvex_test::Lines;
-
-namespace {
+using namespace orvex_test;
 
 const char* const kGeoposition = R"({"Key": "2283045", "Type": "City", "LocalizedName": "Zermatt",
   "GeoPosition": {"Latitude": 46.021, "Elevation": {"Metric": {"Value": 1608.0, "UnitType": 5}}}})";
@@ -18,7 +15,7 @@ const char* const kCurrentConditions = R"([{"EpochTime": 1700000000, "WeatherTex
 const char* const kTwcAggcommon = R"({"id": "46.021,7.749", "v3-wx-observations-current": {
   "pressureAltimeter": 30.14, "pressureMeanSeaLevel": 1020.6, "validTimeUtc": 1700000400}})";
 
-const V kTooDeep = {"parsing is failed [nesting deeper than 64 levels]", "parsing is failed"};
+const Lines kTooDeep = {"parsing is failed [nesting deeper than 64 levels]", "parsing is failed"};
 
 // Parses a copy followed by garbage, so that only `length` bytes can count (-1 and 0: the copy
 // is zero-terminated instead).
@@ -35,7 +32,7 @@ std::string nest(int depth) {
     return s + "0" + std::string(depth, ']');
 }
 
-class WeatherParserTest : public orvex_test::HostTest {};
+class WeatherParserTest : public HostTest {};
 
 TEST_F(WeatherParserTest, ReadersTakeWhatTheyCanUse) {
     // A pressure without unit type or metric, or of another kind, reads 0.0 and the answer still
@@ -68,9 +65,9 @@ TEST_F(WeatherParserTest, ReadersTakeWhatTheyCanUse) {
     }
     WeatherParser current;
     parse(current, kCurrentConditions);
-    orvex_test::clearLog();
+    clearLog();
     EXPECT_EQ(1021.3, current.GetAtmPressure());
-    EXPECT_EQ(V{"atm pressure : 1021.300000"}, errors());
+    EXPECT_EQ(Lines{"atm pressure : 1021.300000"}, errors());
     for (const char* body : {kGeoposition, R"({"Key": 2283045})"}) {
         WeatherParser geo;
         parse(geo, body);
@@ -87,7 +84,7 @@ TEST_F(WeatherParserTest, AnswersThatDoNotFitTheReader) {
     const struct {
         std::function<bool(P&)> fails;
         const char* body;  // nullptr: no body at all
-        V logged;
+        Lines logged;
     } cases[] = {
         {weather, R"({"Pressure": {}})", {"root array null"}},
         {weather, "[1013.2]", {"weatherInfoRootObject null"}},
@@ -111,7 +108,7 @@ TEST_F(WeatherParserTest, AnswersThatDoNotFitTheReader) {
         {twc, "", {"Failed get root node"}},
     };
     for (const auto& c : cases) {
-        orvex_test::clearLog();
+        clearLog();
         WeatherParser p;
         if (c.body)
             parse(p, c.body);
@@ -144,10 +141,10 @@ TEST_F(WeatherParserTest, BodiesNestedTooDeepAreRefusedLikeAnyBodyThatIsNotJson)
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.body.substr(0, 20) + " length " + std::to_string(c.length));
-        orvex_test::clearLog();
+        clearLog();
         WeatherParser p;
         parse(p, c.body, c.length);
-        V logged = errors();
+        Lines logged = errors();
         if (c.outcome == READ) {
             EXPECT_TRUE(logged.empty());
         } else if (c.outcome == TOO_DEEP) {
@@ -162,13 +159,13 @@ TEST_F(WeatherParserTest, BodiesNestedTooDeepAreRefusedLikeAnyBodyThatIsNotJson)
 
     // A mebibyte of brackets, far beyond what the stack can take recursively.
     WeatherParser p;
-    orvex_test::clearLog();
+    clearLog();
     parse(p, std::string(1 << 20, '['));
     EXPECT_EQ("", p.GetLocationID());
     EXPECT_FALSE(p.GetWeatherData());
     EXPECT_FALSE(p.GetTWCWeatherData());
     EXPECT_EQ(-1.0, p.GetAtmPressure());
-    V expected = kTooDeep;
+    Lines expected = kTooDeep;
     expected.insert(expected.end(), 4, "Failed get root node");
     EXPECT_EQ(expected, errors());
 }
@@ -176,11 +173,9 @@ TEST_F(WeatherParserTest, BodiesNestedTooDeepAreRefusedLikeAnyBodyThatIsNotJson)
 TEST_F(WeatherParserTest, SecondParseComplainsAndReadsTheNewDocument) {
     WeatherParser p;
     parse(p, kGeoposition);
-    orvex_test::clearLog();
+    clearLog();
     parse(p, kTwcAggcommon);
-    EXPECT_EQ((V{"previous parser is not closed. find it !!!", "parsing is failed"}), errors());
+    EXPECT_EQ((Lines{"previous parser is not closed. find it !!!", "parsing is failed"}), errors());
     EXPECT_EQ(1020.6, p.GetTWCWeatherData()->pressure);
     EXPECT_EQ("", p.GetLocationID());
 }
-
-}  // namespace
