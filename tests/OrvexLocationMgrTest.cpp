@@ -97,11 +97,6 @@ TEST_F(OrvexLocationMgrTest, EnablingTheSetting) {
         M::deleteInstance();
         mgr = M::getInstance();
     }
-    clearLog();
-    M::location_setting_changed_cb(LOCATIONS_METHOD_HYBRID, true, mgr);  // without a listener
-    EXPECT_EQ(0, orvex_host_location_manager_count());
-    M::location_state_changed_cb(LOCATIONS_SERVICE_ENABLED, nullptr);
-    EXPECT_EQ(Lines{"self is NULL"}, errors());
     orvex_host_location_set_supported(0);
     EXPECT_EQ(LOCATIONS_ERROR_NOT_SUPPORTED, mgr->createLocationMgr(&listener));
 }

@@ -139,22 +139,18 @@ TEST_F(WeatherParserTest, BodiesNestedTooDeepAreRefusedLikeAnyBodyThatIsNotJson)
         {nest(65), -1, TOO_DEEP},
         {"<html><body>500 Internal Server Error</body></html>", -2, NOT_JSON},
     };
+    const Lines outcomes[] = {{}, kTooDeep, {"parsing is failed [json-glib]", "parsing is failed"}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.body.substr(0, 20) + " length " + std::to_string(c.length));
         clearLog();
         WeatherParser p;
         parse(p, c.body, c.length);
+        // json-glib's own reason for a body that is not JSON varies with its version.
         Lines logged = errors();
-        if (c.outcome == READ) {
-            EXPECT_TRUE(logged.empty());
-        } else if (c.outcome == TOO_DEEP) {
-            EXPECT_EQ(kTooDeep, logged);
-        } else {
-            ASSERT_EQ(2u, logged.size());
-            EXPECT_NE(kTooDeep[0], logged[0]);
-            EXPECT_EQ(0u, logged[0].rfind("parsing is failed [", 0)) << logged[0];
-            EXPECT_EQ("parsing is failed", logged[1]);
-        }
+        if (logged.size() == 2 && logged != kTooDeep &&
+            logged[0].rfind("parsing is failed [", 0) == 0)
+            logged[0] = "parsing is failed [json-glib]";
+        EXPECT_EQ(outcomes[c.outcome], logged);
     }
 
     // A mebibyte of brackets, far beyond what the stack can take recursively.
