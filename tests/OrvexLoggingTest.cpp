@@ -1,10 +1,5 @@
-#include <gtest/gtest.h>
-
 #include <cstdio>
-#include <cstdlib>
-#include <string>
 
-#include <orvex_host/control.h>
 #include <orvex_host/usage_log_control.h>
 
 #include "BuildConfig.h"
@@ -16,11 +11,6 @@ protected:
     void TearDown() override {
         OrvexLogging::deleteInstance();
         HostTest::TearDown();
-    }
-    static std::string taken(char* text) {
-        std::string out = text ? text : "(none)";
-        free(text);
-        return out;
     }
 };
 
@@ -37,9 +27,9 @@ TEST_F(OrvexLoggingTest, EachEventGoesToItsProviderPathWithItsFields) {
                  type <= 1                               ? "value=7\n"
                  : (type == 3 || type == 6 || type == 8) ? "extra=auto\n"
                                                          : "");
-        EXPECT_EQ(expected, taken(orvex_host_usage_log_fields(type))) << type;
+        EXPECT_EQ(expected, orvex_test::adopt(orvex_host_usage_log_fields(type))) << type;
         EXPECT_EQ(provider + (type <= 1 ? "report_app_status_survey" : "use_app_feature_survey"),
-                  taken(orvex_host_usage_log_uri(type, nullptr)))
+                  orvex_test::adopt(orvex_host_usage_log_uri(type, nullptr)))
             << type;
     }
     EXPECT_TRUE(orvex_test::errors().empty());
