@@ -40,6 +40,40 @@ const double SCALE_ALTITUDE = 44330.0;
 const double EXPONENT = 5.255;
 const double INVERSE_EXPONENT = 0.19029495718363465;  // the double nearest to 1 / 5.255
 
+// What the reset of initStorage() writes, in the order it writes it.
+struct ResetValue {
+    const char* key;
+    enum { INT, DOUBLE, STRING } type;
+    double value;  // int and double keys; string keys are reset to ""
+};
+
+const ResetValue RESET_VALUES[] = {
+    {KEY_SETTING_MANUAL, ResetValue::INT, 0},
+    {KEY_SETTING_DISTANCE, ResetValue::INT, DISTANCE_UNDECIDED},
+    {KEY_SETTING_PRESSURE, ResetValue::INT, PRESSURE_UNDECIDED},
+    {KEY_SETTING_ALERT, ResetValue::INT, 0},
+    {KEY_SETTING_AUTO_REFRESH, ResetValue::INT, 0},
+    {KEY_DATA_CALIBRATE_TIME, ResetValue::STRING, {}},
+    {KEY_DATA_SEE_LEVEL, ResetValue::DOUBLE, STANDARD_SLP},
+    {KEY_DATA_SEE_LEVEL_HISTORY, ResetValue::STRING, {}},
+    {KEY_DATA_ACCU_WANING_MESSAGE, ResetValue::INT, 0},
+    {KEY_DATA_DEBUG_FEATURE, ResetValue::INT, 0},
+};
+
+void writeResetValue(const ResetValue& v) {
+    switch (v.type) {
+        case ResetValue::INT:
+            preference_set_int(v.key, static_cast<int>(v.value));
+            break;
+        case ResetValue::DOUBLE:
+            preference_set_double(v.key, v.value);
+            break;
+        case ResetValue::STRING:
+            preference_set_string(v.key, "");
+            break;
+    }
+}
+
 bool readInt(const char* key, int* value) {
     *value = 0;
     if (preference_get_int(key, value) == PREFERENCE_ERROR_NONE) return true;
@@ -122,16 +156,16 @@ void OrvexStorageMgr::initStorage() {
 
     if (reset) {
         ORVEX_LOGE("Preference is not init");
-        preference_set_int(KEY_SETTING_MANUAL, 0);
-        preference_set_int(KEY_SETTING_DISTANCE, DISTANCE_UNDECIDED);
-        preference_set_int(KEY_SETTING_PRESSURE, PRESSURE_UNDECIDED);
-        preference_set_int(KEY_SETTING_ALERT, 0);
-        preference_set_int(KEY_SETTING_AUTO_REFRESH, 0);
-        preference_set_string(KEY_DATA_CALIBRATE_TIME, "");
-        preference_set_double(KEY_DATA_SEE_LEVEL, STANDARD_SLP);
-        preference_set_string(KEY_DATA_SEE_LEVEL_HISTORY, "");
-        preference_set_int(KEY_DATA_ACCU_WANING_MESSAGE, 0);
-        preference_set_int(KEY_DATA_DEBUG_FEATURE, 0);
+        for (const ResetValue& v : RESET_VALUES) writeResetValue(v);
+    } else {
+        // A first start killed half-way leaves the marker key without some of the others; each
+        // missing one gets its reset value. The warning flag has its own step below.
+        for (const ResetValue& v : RESET_VALUES) {
+            if (v.key == KEY_SETTING_MANUAL || v.key == KEY_DATA_ACCU_WANING_MESSAGE) continue;
+            bool existing = false;
+            if (preference_is_existing(v.key, &existing) == PREFERENCE_ERROR_NONE && !existing)
+                writeResetValue(v);
+        }
     }
 
     if (getLDUModeEnable() != 0) {

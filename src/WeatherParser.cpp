@@ -1,5 +1,6 @@
 #include "WeatherParser.h"
 
+#include <cstring>
 #include <new>
 
 #include "OrvexLog.h"
@@ -50,6 +51,33 @@ bool valueAs(JsonNode* node, GType type, GValue* out) {
     return ok;
 }
 
+// Real answers nest four levels deep. json-glib descends one stack frame per level, so a hostile
+// body of nothing but brackets would exhaust the stack long before the parser notices anything.
+constexpr int kMaxNesting = 64;
+
+// Whether the body opens more than kMaxNesting arrays or objects at once. Brackets inside strings
+// do not count; the scan stops at the first level too many.
+bool nestsTooDeep(const char* data, size_t length) {
+    int depth = 0;
+    bool inString = false;
+    for (size_t i = 0; i < length; ++i) {
+        char c = data[i];
+        if (inString) {
+            if (c == '\\')
+                ++i;
+            else if (c == '"')
+                inString = false;
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > kMaxNesting) return true;
+        } else if ((c == ']' || c == '}') && depth > 0) {
+            --depth;
+        }
+    }
+    return false;
+}
+
 std::tr1::shared_ptr<WeatherData> newRecord() {
     return std::tr1::shared_ptr<WeatherData>(new (std::nothrow) WeatherData());
 }
@@ -77,8 +105,12 @@ void WeatherParser::Parse(char* data, int length) {
     }
     parser = json_parser_new();
     if (parser) {
+        size_t size = length < 0 ? strlen(data) : static_cast<size_t>(length);
         GError* error = nullptr;
-        if (!json_parser_load_from_data(parser, data, length, &error)) {
+        if (nestsTooDeep(data, size)) {
+            ORVEX_LOGE("parsing is failed [nesting deeper than %d levels]", kMaxNesting);
+            ORVEX_LOGE("parsing is failed");
+        } else if (!json_parser_load_from_data(parser, data, length, &error)) {
             ORVEX_LOGE("parsing is failed [%s]", error ? error->message : "");
             ORVEX_LOGE("parsing is failed");
             g_clear_error(&error);

@@ -1,18 +1,15 @@
-#include <gtest/gtest.h>
+#include <fstream>
+#include <functional>
 
-#include <string>
-#include <vector>
-
-#include <orvex_host/control.h>
 #include <orvex_host/location_control.h>
 
 #include "HostFixture.h"
 #include "MainLoop.h"
 #include "OrvexLocationMgr.h"
 
-using orvex_test::errors;
-
-namespace {
+using namespace orvex_test;
+using M = OrvexLocationMgr;
+using Fix = std::vector<double>;
 
 struct Listener : IOrvexLocationListener {
     void onLocationStateChanged(int state) override { states.push_back(state); }
@@ -20,180 +17,132 @@ struct Listener : IOrvexLocationListener {
     std::vector<int> states, enables;
 };
 
-class OrvexLocationMgrTest : public orvex_test::HostTest {
+class OrvexLocationMgrTest : public HostTest {
 protected:
     void SetUp() override {
         HostTest::SetUp();
-        orvex_host_location_set_position(46.5, 7.9, 1034.0);
-        mgr = OrvexLocationMgr::getInstance();
-        ASSERT_NE(nullptr, mgr);
+        mgr = M::getInstance();
     }
     void TearDown() override {
-        OrvexLocationMgr::deleteInstance();
+        M::deleteInstance();
         HostTest::TearDown();
     }
-    OrvexLocationMgr* mgr = nullptr;
+    // Latitude, longitude, altitude; or the failure code alone.
+    Fix position(bool last = false) {
+        double lat, lon, alt;
+        int rc = last ? mgr->getLastKnownPosition(&lat, &lon, &alt)
+                      : mgr->getCurrentPosition(&lat, &lon, &alt);
+        return rc ? Fix{double(rc)} : Fix{lat, lon, alt};
+    }
+    M* mgr = nullptr;
     Listener listener;
 };
 
-TEST_F(OrvexLocationMgrTest, CreateStartAndReadPositions) {
-    double lat = -1, lon = -1, alt = -1;
-    EXPECT_EQ(-1, mgr->getCurrentPosition(&lat, &lon, &alt));
-    EXPECT_EQ(-1, mgr->getLastKnownPosition(&lat, &lon, &alt));
-    EXPECT_EQ(-1, lat);  // untouched
-    EXPECT_EQ(
-        (std::vector<std::string>{"_location_manager == nullptr", "_location_manager is null!!"}),
-        errors());
-
+TEST_F(OrvexLocationMgrTest, StartedManagerFollowsAReplayedTrack) {
+    EXPECT_EQ(Fix{-1}, position());
+    EXPECT_EQ(Fix{-1}, position(true));
+    EXPECT_EQ((Lines{"_location_manager == nullptr", "_location_manager is null!!"}), errors());
+    const std::string track = std::string(orvex_host_data_dir()) + "/track.csv";
+    std::ofstream(track) << "seconds,latitude,longitude,altitude\n"
+                         << "0,46.0,7.0,1000\n0.2,46.1,7.1,1100\n0.4,46.2,7.2,1200\n";
+    ASSERT_EQ(0, orvex_host_location_set_track(track.c_str()));
     EXPECT_EQ(0, mgr->createLocationMgr(&listener));
-    ASSERT_TRUE(orvex_test::runUntil([&] { return !listener.states.empty(); }));
-    EXPECT_EQ(std::vector<int>{1}, listener.states);
-    EXPECT_EQ(OrvexLocationMgr::LOCATION_STATE_ENABLED, mgr->getLocationState());
+    std::vector<Fix> seen{position()};
+    EXPECT_EQ((Fix{46.0, 7.0, 1000.0}), seen.front());
+    EXPECT_EQ(seen.front(), position(true));
+    ASSERT_TRUE(runUntil([&] { return !listener.states.empty(); }));
+    EXPECT_EQ(std::vector<int>{M::LOCATION_STATE_ENABLED}, listener.states);
+    EXPECT_EQ(M::LOCATION_STATE_ENABLED, mgr->getLocationState());
 
-    EXPECT_EQ(0, mgr->getCurrentPosition(&lat, &lon, &alt));
-    EXPECT_EQ(46.5, lat);
-    EXPECT_EQ(7.9, lon);
-    EXPECT_EQ(1034.0, alt);
-    lat = lon = alt = 0;
-    EXPECT_EQ(0, mgr->getLastKnownPosition(&lat, &lon, &alt));
-    EXPECT_EQ(46.5, lat);
-
-    // A second creation only restarts, keeping the first listener.
-    Listener other;
-    orvex_test::clearLog();
+    Listener other;  // a second creation only restarts, keeping the first listener
     EXPECT_EQ(0, mgr->createLocationMgr(&other));
-    EXPECT_EQ(std::vector<std::string>{"_location_manager is already created!"},
-              orvex_test::infos());
+    EXPECT_EQ(Lines{"_location_manager is already created!"}, infos());
     EXPECT_EQ(1, orvex_host_location_manager_count());
-    orvex_host_location_inject_state(1);
-    ASSERT_TRUE(orvex_test::runUntil([&] { return listener.states.size() >= 2; }));
-    EXPECT_TRUE(other.states.empty());
-
+    orvex_host_location_inject_state(LOCATIONS_SERVICE_ENABLED);
+    ASSERT_TRUE(runUntil([&] { return listener.states.size() == 2; }));
     // A disabled service changes the state and tells nobody.
-    orvex_host_location_inject_state(0);
-    ASSERT_TRUE(orvex_test::runUntil(
-        [&] { return mgr->getLocationState() == OrvexLocationMgr::LOCATION_STATE_DISABLED; }));
-    orvex_test::drainPending();
+    orvex_host_location_inject_state(LOCATIONS_SERVICE_DISABLED);
+    ASSERT_TRUE(runUntil([&] { return mgr->getLocationState() == M::LOCATION_STATE_DISABLED; }));
     EXPECT_EQ(2u, listener.states.size() + other.states.size());
 
+    ASSERT_TRUE(runUntil([&] {
+        if (position() != seen.back()) seen.push_back(position());
+        return seen.back()[0] == 46.2;
+    }));
+    for (size_t i = 1; i < seen.size(); ++i) EXPECT_LT(seen[i - 1][2], seen[i][2]);
+    EXPECT_EQ((Fix{46.2, 7.2, 1200.0}), seen.back());
     mgr->stopLocationMgr();
-    EXPECT_NE(0, mgr->getCurrentPosition(&lat, &lon, &alt));
-    OrvexLocationMgr::deleteInstance();
+    EXPECT_EQ(1u, position().size());
+    M::deleteInstance();
     EXPECT_EQ(0, orvex_host_location_manager_count());
 }
 
-TEST_F(OrvexLocationMgrTest, UnsupportedHybridMethod) {
+TEST_F(OrvexLocationMgrTest, EnablingTheSetting) {
+    for (int accept : {1, 0}) {
+        ASSERT_EQ(0, orvex_host_reset());
+        orvex_host_location_set_enabled(0);
+        orvex_host_location_set_enable_answer(accept);
+        Listener l;
+        EXPECT_FALSE(mgr->isLocationEnabled());
+        EXPECT_EQ(0, mgr->onLocationsetting(&l));
+        // Accepted: the setting change creates the manager, which then reports its state.
+        ASSERT_TRUE(runUntil([&] { return l.enables.size() + l.states.size() == 1u + accept; }));
+        EXPECT_EQ(std::vector<int>{accept}, l.enables);
+        EXPECT_EQ(accept, mgr->getLocationState());
+        EXPECT_EQ(accept == 1, mgr->isLocationEnabled());
+        EXPECT_EQ(accept, orvex_host_location_manager_count());
+        EXPECT_EQ(accept ? Lines{} : Lines{"location enable failed!!!"}, errors());
+        EXPECT_FALSE(orvex_host_location_has_enabling_result_cb() ||
+                     orvex_host_location_has_setting_changed_cb());
+        M::deleteInstance();
+        mgr = M::getInstance();
+    }
     orvex_host_location_set_supported(0);
-    EXPECT_FALSE(mgr->isGpsEnabled());
-    EXPECT_EQ(-1073741822, mgr->createLocationMgr(&listener));
-    EXPECT_EQ(0, orvex_host_location_manager_count());
-    EXPECT_TRUE(errors().empty());
+    EXPECT_EQ(LOCATIONS_ERROR_NOT_SUPPORTED, mgr->createLocationMgr(&listener));
 }
 
-TEST_F(OrvexLocationMgrTest, EnablingAcceptedCreatesTheManagerOnTheSettingChange) {
-    orvex_host_location_set_enabled(0);
-    EXPECT_FALSE(mgr->isLocationEnabled());
-    EXPECT_EQ(0, mgr->onLocationsetting(&listener));
-    ASSERT_TRUE(orvex_test::runUntil([&] { return !listener.states.empty(); }));
-    EXPECT_EQ(std::vector<int>{1}, listener.enables);
-    EXPECT_TRUE(mgr->isLocationEnabled());
-    EXPECT_EQ(1, orvex_host_location_manager_count());
-    EXPECT_FALSE(orvex_host_location_has_enabling_result_cb());
-    EXPECT_FALSE(orvex_host_location_has_setting_changed_cb());
-}
-
-TEST_F(OrvexLocationMgrTest, EnablingRefused) {
-    orvex_host_location_set_enabled(0);
-    orvex_host_location_set_enable_answer(0);
-    EXPECT_EQ(0, mgr->onLocationsetting(&listener));
-    ASSERT_TRUE(orvex_test::runUntil([&] { return !listener.enables.empty(); }));
-    EXPECT_EQ(std::vector<int>{0}, listener.enables);
-    EXPECT_EQ(OrvexLocationMgr::LOCATION_STATE_DISABLED, mgr->getLocationState());
-    EXPECT_EQ(std::vector<std::string>{"location enable failed!!!"}, errors());
-    EXPECT_FALSE(orvex_host_location_has_enabling_result_cb());
-    EXPECT_FALSE(orvex_host_location_has_setting_changed_cb());
-    EXPECT_EQ(0, orvex_host_location_manager_count());
-}
-
-TEST_F(OrvexLocationMgrTest, SettingChangeWithoutListenerDoesNothing) {
-    OrvexLocationMgr::location_setting_changed_cb(LOCATIONS_METHOD_HYBRID, true, mgr);
-    EXPECT_EQ(0, orvex_host_location_manager_count());
-    OrvexLocationMgr::location_state_changed_cb(LOCATIONS_SERVICE_ENABLED, nullptr);
-    EXPECT_EQ(std::vector<std::string>{"self is NULL"}, errors());
-}
-
-TEST_F(OrvexLocationMgrTest, EveryFailureStepLogsAndReturnsThePlatformCode) {
-    struct Step {
-        const char* function;
-        int (*call)(OrvexLocationMgr*, IOrvexLocationListener*);
-        std::vector<std::string> logged;
+TEST_F(OrvexLocationMgrTest, FailedPlatformCalls) {
+    using F = std::function<int()>;
+    F enable = [this] { return mgr->onLocationsetting(&listener); };
+    F create = [this] { return mgr->createLocationMgr(&listener); };
+    F unset = [this] { return mgr->unsetLocationsetting(), 0; };
+    const struct {
+        const char* fault;
+        bool created;  // a started manager exists before the call
+        F call;
+        int result;
+        const char* message;  // %s: the function; nullptr: nothing logged
+    } cases[] = {
+        {"location_manager_set_enabling_method_result_cb", false, enable, -77, "%s failed(-77)"},
+        {"location_manager_set_setting_changed_cb", false, enable, -77, "%s failed(-77)"},
+        {"location_manager_enable_method", false, enable, -77, "%s failed(-77)"},
+        {"location_manager_create", false, create, -77, "Failed to %s = -77"},
+        {"location_manager_set_service_state_changed_cb", false, create, -77, "Failed to %s(-77)"},
+        {"location_manager_start", false, create, -77, "Failed to %s(-77)"},
+        {"location_manager_start", true, create, -77, "Failed to %s(-77)"},
+        {"location_manager_get_last_position", true, [this] { return int(position(true)[0]); }, -1,
+         "Failed to location_manager_get_position(-77)"},
+        {"location_manager_get_position", true, [this] { return int(position()[0]); }, -77,
+         nullptr},
+        {"location_manager_is_enabled_method", false,
+         [this] { return int(mgr->isLocationEnabled()); }, 0, "Failed to %s(-77)"},
+        {"location_manager_unset_setting_changed_cb", false, unset, 0, "%s failed(-77)"},
+        {"location_manager_unset_enabling_method_result_cb", false, unset, 0, "%s failed(-77)"},
     };
-    auto enable = [](OrvexLocationMgr* m, IOrvexLocationListener* l) {
-        return m->onLocationsetting(l);
-    };
-    auto create = [](OrvexLocationMgr* m, IOrvexLocationListener* l) {
-        return m->createLocationMgr(l);
-    };
-    const Step steps[] = {
-        {"location_manager_set_enabling_method_result_cb",
-         enable,
-         {"location_manager_set_enabling_method_result_cb failed(-77)"}},
-        {"location_manager_set_setting_changed_cb",
-         enable,
-         {"location_manager_set_setting_changed_cb failed(-77)"}},
-        {"location_manager_enable_method", enable, {"location_manager_enable_method failed(-77)"}},
-        {"location_manager_create", create, {"Failed to location_manager_create = -77"}},
-        {"location_manager_set_service_state_changed_cb",
-         create,
-         {"Failed to location_manager_set_service_state_changed_cb(-77)"}},
-        {"location_manager_start", create, {"Failed to location_manager_start(-77)"}},
-    };
-    for (const auto& s : steps) {
-        orvex_test::clearLog();
-        orvex_host_fail_next(s.function, 1, -77);
-        EXPECT_EQ(-77, s.call(mgr, &listener)) << s.function;
-        EXPECT_EQ(s.logged, errors()) << s.function;
-        EXPECT_EQ(0, orvex_host_location_manager_count()) << s.function;
-        EXPECT_FALSE(orvex_host_location_has_enabling_result_cb()) << s.function;
+    for (const auto& c : cases) {
+        M::deleteInstance();
+        mgr = M::getInstance();
+        if (c.created) ASSERT_EQ(0, mgr->createLocationMgr(&listener));
+        clearLog();
+        orvex_host_fail_next(c.fault, 1, -77);
+        EXPECT_EQ(c.result, c.call()) << c.fault;
+        char message[128] = "";
+        if (c.message) snprintf(message, sizeof message, c.message, c.fault);
+        EXPECT_EQ(c.message ? Lines{message} : Lines{}, errors()) << c.fault;
+        EXPECT_EQ(c.created, orvex_host_location_manager_count()) << c.fault;
+        EXPECT_FALSE(orvex_host_location_has_enabling_result_cb() ||
+                     orvex_host_location_has_setting_changed_cb())
+            << c.fault;
+        orvex_host_clear_faults();
     }
-
-    // Restart failure of an existing manager.
-    ASSERT_EQ(0, mgr->createLocationMgr(&listener));
-    orvex_test::clearLog();
-    orvex_host_fail_next("location_manager_start", 1, -78);
-    EXPECT_EQ(-78, mgr->createLocationMgr(&listener));
-    EXPECT_EQ(std::vector<std::string>{"Failed to location_manager_start(-78)"}, errors());
-
-    double lat, lon, alt;
-    orvex_test::clearLog();
-    orvex_host_fail_next("location_manager_get_last_position", 1, -79);
-    EXPECT_EQ(-1, mgr->getLastKnownPosition(&lat, &lon, &alt));
-    orvex_host_fail_next("location_manager_get_position", 1, -80);
-    EXPECT_EQ(-80, mgr->getCurrentPosition(&lat, &lon, &alt));
-    orvex_host_fail_next("location_manager_is_enabled_method", 1, -81);
-    EXPECT_FALSE(mgr->isLocationEnabled());
-    orvex_host_fail_next("location_manager_unset_enabling_method_result_cb", 1, -82);
-    orvex_host_fail_next("location_manager_unset_setting_changed_cb", 1, -83);
-    mgr->unsetLocationsetting();
-    EXPECT_EQ(
-        (std::vector<std::string>{"Failed to location_manager_get_position(-79)",
-                                  "Failed to location_manager_is_enabled_method(-81)",
-                                  "location_manager_unset_setting_changed_cb failed(-83)",
-                                  "location_manager_unset_enabling_method_result_cb failed(-82)"}),
-        errors());
 }
-
-TEST_F(OrvexLocationMgrTest, SingletonLifecycle) {
-    OrvexLocationMgr::deleteInstance();
-    OrvexLocationMgr::deleteInstance();
-    {
-        orvex_test::FailNothrowNew noMemory;
-        EXPECT_EQ(nullptr, OrvexLocationMgr::getInstance());
-    }
-    EXPECT_EQ(std::vector<std::string>{"_pInstance is NULL"}, errors());
-    mgr = OrvexLocationMgr::getInstance();
-    ASSERT_NE(nullptr, mgr);
-    EXPECT_EQ(OrvexLocationMgr::LOCATION_STATE_DISABLED, mgr->getLocationState());
-}
-
-}  // namespace

@@ -1,333 +1,218 @@
-#include <gtest/gtest.h>
+#include <cstdio>
+#include <functional>
+#include <stdexcept>
 
-#include <cmath>
-#include <limits>
-#include <regex>
-#include <string>
-#include <vector>
-
-#include <orvex_host/control.h>
 #include <platform/app_preference.h>
 
 #include "HostFixture.h"
 #include "OrvexStorageMgr.h"
 
-using orvex_test::errors;
-using orvex_test::infos;
+using namespace orvex_test;
 
-namespace {
+// Every key of the store, in the order of the snapshots below.
+const char* const kKeys[] = {"ORVEX_SETTING_MANUAL",           "ORVEX_SETTING_DISTANCE",
+                             "ORVEX_SETTING_PRESSURE",         "ORVEX_SETTING_ALERT",
+                             "ORVEX_SETTING_AUTO_REFRESH",     "ORVEX_DATA_SEE_LEVEL",
+                             "ORVEX_DATA_SEE_LEVEL_HISTORY",   "ORVEX_DATA_CALIBRATE_TIME",
+                             "ORVEX_DATA_ACCU_WANING_MESSAGE", "ORVEX_DATA_DEBUG_FEATURE"};
+const Lines kDefaults = {"0", "0", "0", "0", "0", "1013.25", "''", "''", "0", "0"};
+// What use() leaves in the store.
+const Lines kUsed = {"1", "0", "2", "4", "1", "1002.5", "'T:1;P+2.000000'", "'77'", "1", "1"};
 
-const char* const kCountry = "db/csc/country_iso";
-const char* const kRegion = "db/menu_widget/regionformat";
-const char* const kRetail = "db/retailmode/enabled";
-
-class StorageTest : public orvex_test::HostTest {
+class StorageTest : public HostTest {
 protected:
     void SetUp() override {
         HostTest::SetUp();
-        // Independent of the machine's locale unless a test says otherwise.
-        orvex_host_vconf_set_str(kCountry, nullptr);
-        orvex_host_vconf_set_str(kRegion, nullptr);
-        store = OrvexStorageMgr::getInstance();
-        ASSERT_NE(nullptr, store);
+        fresh(nullptr);
     }
     void TearDown() override {
         OrvexStorageMgr::deleteInstance();
         HostTest::TearDown();
     }
-
-    int storedInt(const char* key) {
-        int v = -12345;
-        EXPECT_EQ(PREFERENCE_ERROR_NONE, preference_get_int(key, &v)) << key;
-        return v;
+    // An empty data directory on a device of the given country, whatever the machine's locale.
+    void fresh(const char* country) {
+        ASSERT_EQ(0, orvex_host_reset());
+        orvex_host_vconf_set_str("db/csc/country_iso", country);
+        orvex_host_vconf_set_str("db/menu_widget/regionformat", nullptr);
+        store = OrvexStorageMgr::getInstance();
     }
-
+    // Every stored value as text: strings quoted, "-" for a missing key.
+    static Lines snapshot() {
+        Lines out;
+        for (const char* key : kKeys) {
+            int i;
+            double d;
+            char* s = nullptr;
+            char buf[64] = "-";
+            if (preference_get_int(key, &i) == 0) snprintf(buf, sizeof buf, "%d", i);
+            if (preference_get_double(key, &d) == 0) snprintf(buf, sizeof buf, "%g", d);
+            if (preference_get_string(key, &s) == 0) snprintf(buf, sizeof buf, "'%s'", s);
+            free(s);
+            out.push_back(buf);
+        }
+        return out;
+    }
+    void use() {
+        store->saveSettingManualMode(1);
+        store->saveSettingDistance(0);
+        store->saveSettingPressure(2);
+        store->saveSettingAlert(4);
+        store->saveAutoRefresh(1);
+        store->saveDataSLP(1002.5);
+        store->saveDataSLPHistory("T:1;P+2.000000");
+        store->saveDataCalTime(77);
+        store->saveAccuWarningMessage(1);
+        preference_set_int("ORVEX_DATA_DEBUG_FEATURE", 1);
+    }
+    std::string history() { return adopt(store->getDataSLPHistory()); }
     OrvexStorageMgr* store = nullptr;
 };
 
-struct CountryCase {
-    const char* country;  // nullptr: the device has no country
-    int distance;
-    int pressure;
-};
-
-class CountryUnitsTest : public StorageTest, public ::testing::WithParamInterface<CountryCase> {};
-
-TEST_P(CountryUnitsTest, FreshStoreTakesUnitsFromTheCountry) {
-    orvex_host_vconf_set_str(kCountry, GetParam().country);
-    store->initStorage();
-    EXPECT_EQ(GetParam().distance, store->getSettingDistance());
-    EXPECT_EQ(GetParam().pressure, store->getSettingPressure());
-    EXPECT_EQ(std::vector<std::string>{"Preference is not init"}, errors());
-}
-
-INSTANTIATE_TEST_SUITE_P(Countries, CountryUnitsTest,
-                         ::testing::Values(CountryCase{"US", 1, 1}, CountryCase{"RU", 0, 2},
-                                           CountryCase{"DE", 0, 0}, CountryCase{"us", 0, 0},
-                                           CountryCase{"USA", 0, 0}, CountryCase{"", 0, 0},
-                                           CountryCase{nullptr, 0, 0}),
-                         [](const ::testing::TestParamInfo<CountryCase>& info) {
-                             std::string c = info.param.country ? info.param.country : "none";
-                             return "country_" + (c.empty() ? std::string("empty") : c);
-                         });
-
-TEST_F(StorageTest, FreshStoreGetsEveryDefault) {
-    store->initStorage();
-    EXPECT_EQ(0, storedInt("ORVEX_SETTING_MANUAL"));
-    EXPECT_EQ(0, storedInt("ORVEX_SETTING_ALERT"));
-    EXPECT_EQ(0, storedInt("ORVEX_SETTING_AUTO_REFRESH"));
-    EXPECT_EQ(0, storedInt("ORVEX_DATA_ACCU_WANING_MESSAGE"));
-    EXPECT_EQ(0, storedInt("ORVEX_DATA_DEBUG_FEATURE"));
-    EXPECT_EQ(1013.25, store->getDataSLP());
-    char* text = nullptr;
-    ASSERT_EQ(PREFERENCE_ERROR_NONE, preference_get_string("ORVEX_DATA_CALIBRATE_TIME", &text));
-    EXPECT_STREQ("", text);
-    free(text);
-    EXPECT_TRUE(store->isDataSLPHistoryEmpty());
-}
-
-TEST_F(StorageTest, LaterStartsKeepTheUsersChoicesAndData) {
-    orvex_host_vconf_set_str(kCountry, "US");
-    store->initStorage();
-    store->saveSettingDistance(0);
-    store->saveSettingAlert(4);
-    store->saveDataSLP(1002.5);
-    orvex_test::clearLog();
-
-    store->initStorage();
-    EXPECT_EQ(0, store->getSettingDistance());
-    EXPECT_EQ(1, store->getSettingPressure());
-    EXPECT_EQ(4, store->getSettingAlert());
-    EXPECT_EQ(1002.5, store->getDataSLP());
-    EXPECT_TRUE(errors().empty());
-}
-
-TEST_F(StorageTest, OnlyAnUndecidedUnitIsResolvedAgain) {
-    // An earlier start decided the distance and was interrupted before the pressure.
-    store->saveSettingManualMode(0);
-    store->saveSettingDistance(0);
-    store->saveSettingPressure(3);
-    orvex_host_vconf_set_str(kCountry, "US");
-    store->initStorage();
-    EXPECT_EQ(0, store->getSettingDistance());
-    EXPECT_EQ(1, store->getSettingPressure());
-
-    store->saveSettingDistance(2);
-    store->saveSettingPressure(0);
-    store->initStorage();
-    EXPECT_EQ(1, store->getSettingDistance());
-    EXPECT_EQ(0, store->getSettingPressure());
-}
-
-TEST_F(StorageTest, StoreFromBeforeTheWarningFlagGainsIt) {
-    store->initStorage();
-    store->saveAccuWarningMessage(1);
-    store->initStorage();
-    EXPECT_EQ(1, store->getAccuWaningMessage());
-
-    ASSERT_EQ(PREFERENCE_ERROR_NONE, preference_remove("ORVEX_DATA_ACCU_WANING_MESSAGE"));
-    store->initStorage();
-    EXPECT_EQ(0, storedInt("ORVEX_DATA_ACCU_WANING_MESSAGE"));
-}
-
-TEST_F(StorageTest, DemonstrationUnitResetsAtEveryStartAndFollowsTheRegion) {
-    orvex_host_vconf_set_int(kRetail, 1);
-    orvex_host_vconf_set_str(kCountry, "RU");  // never consulted in this mode
-    orvex_host_vconf_set_str(kRegion, "en_US.UTF-8");
-    for (int start = 0; start < 2; ++start) {
-        orvex_test::clearLog();
+TEST_F(StorageTest, FirstStartWritesTheDefaultsAndTakesUnitsFromTheCountry) {
+    const std::pair<const char*, const char*> cases[] = {{"US", "1"}, {"RU", "2"},  {"DE", "0"},
+                                                         {"us", "0"}, {"USA", "0"}, {nullptr, "0"}};
+    for (const auto& [country, pressure] : cases) {
+        fresh(country);
         store->initStorage();
-        EXPECT_EQ(1, store->getSettingDistance());
-        EXPECT_EQ(1, store->getSettingPressure());
-        EXPECT_EQ(1013.25, store->getDataSLP());
-        EXPECT_TRUE(store->isDataSLPHistoryEmpty());
-        EXPECT_EQ(0, store->getAccuWaningMessage());
-        EXPECT_EQ(std::vector<std::string>{"Preference is not init"}, errors());
-        // What the user did during the demonstration is gone at the next start.
-        store->saveDataSLP(990.0);
-        store->addDataSLPHistory(100, 990.0);
-        store->saveAccuWarningMessage(1);
+        Lines expected = kDefaults;
+        expected[1] = country && std::string(country) == "US" ? "1" : "0";
+        expected[2] = pressure;
+        EXPECT_EQ(expected, snapshot()) << (country ? country : "no country");
+        EXPECT_EQ(Lines{"Preference is not init"}, errors());
     }
 }
 
-TEST_F(StorageTest, DemonstrationUnitUnitsForOtherOrMissingRegions) {
-    orvex_host_vconf_set_int(kRetail, 7);
-    for (const char* region : std::vector<const char*>{"de_DE.UTF-8", "en_GB", "EN_us", nullptr}) {
-        orvex_host_vconf_set_str(kRegion, region);
+TEST_F(StorageTest, LaterStartsKeepTheDataAndRefillWhatAKilledFirstStartLeftOut) {
+    // The missing key (-1: none) and what it reads afterwards: on this US device the undecided
+    // unit markers are resolved at once.
+    const std::pair<int, const char*> cases[] = {{-1, ""}, {1, "1"},       {2, "1"},  {3, "0"},
+                                                 {4, "0"}, {5, "1013.25"}, {6, "''"}, {7, "''"},
+                                                 {8, "0"}, {9, "0"}};
+    for (const auto& [missing, refilled] : cases) {
+        fresh("US");
         store->initStorage();
-        EXPECT_EQ(0, store->getSettingDistance()) << (region ? region : "(null)");
-        EXPECT_EQ(0, store->getSettingPressure()) << (region ? region : "(null)");
+        use();
+        ASSERT_EQ(kUsed, snapshot());
+        Lines expected = kUsed;
+        if (missing >= 0) {
+            ASSERT_EQ(0, preference_remove(kKeys[missing]));
+            expected[missing] = refilled;
+        }
+        clearLog();
+        store->initStorage();
+        EXPECT_EQ(expected, snapshot()) << missing;
+        EXPECT_EQ(0u, orvex_host_log_count()) << missing;
     }
-    orvex_host_vconf_set_str(kRegion, "xx-en_US-yy");
-    store->initStorage();
-    EXPECT_EQ(1, store->getSettingDistance());
 }
 
-TEST_F(StorageTest, UnreadableRetailModeCountsAsOff) {
-    orvex_host_fail_next("vconf_get_int", -1, -1);
-    EXPECT_EQ(0, store->getLDUModeEnable());
-    orvex_host_vconf_set_str(kCountry, "US");
-    store->initStorage();
-    store->saveSettingAlert(3);
-    store->initStorage();
-    EXPECT_EQ(3, store->getSettingAlert());
+TEST_F(StorageTest, DemonstrationUnitResetsAtEveryStartWithTheUnitsOfItsRegion) {
+    const std::pair<const char*, const char*> regions[] = {
+        {"en_US.UTF-8", "1"}, {"xx-en_US-yy", "1"}, {"de_DE", "0"}, {"EN_us", "0"}, {nullptr, "0"}};
+    orvex_host_vconf_set_int("db/retailmode/enabled", 7);
+    orvex_host_vconf_set_str("db/csc/country_iso", "US");  // never consulted in this mode
+    for (const auto& [region, unit] : regions) {
+        orvex_host_vconf_set_str("db/menu_widget/regionformat", region);
+        use();
+        clearLog();
+        store->initStorage();
+        Lines expected = kDefaults;
+        expected[1] = expected[2] = unit;
+        EXPECT_EQ(expected, snapshot()) << (region ? region : "no region");
+        EXPECT_EQ(Lines{"Preference is not init"}, errors());
+    }
 }
 
-TEST_F(StorageTest, GettersOnAnEmptyStoreLogOrStaySilent) {
-    struct Loud {
-        const char* name;
-        double (*read)(OrvexStorageMgr*);
-    } loud[] = {
-        {"manual", [](OrvexStorageMgr* s) { return double(s->getSettingManualMode()); }},
-        {"distance", [](OrvexStorageMgr* s) { return double(s->getSettingDistance()); }},
-        {"pressure", [](OrvexStorageMgr* s) { return double(s->getSettingPressure()); }},
-        {"alert", [](OrvexStorageMgr* s) { return double(s->getSettingAlert()); }},
-        {"warning", [](OrvexStorageMgr* s) { return double(s->getAccuWaningMessage()); }},
-        {"slp", [](OrvexStorageMgr* s) { return s->getDataSLP(); }},
+TEST_F(StorageTest, FailedPlatformCalls) {
+#define CALL(expr) [](OrvexStorageMgr* s) -> double { return s->expr; }
+    const char* const kNoData = "No Correct Data";
+    const struct {
+        const char* fault;
+        std::function<double(OrvexStorageMgr*)> call;
+        double result;
+        const char* message;  // nullptr: nothing logged
+    } cases[] = {
+        {"preference_get_int", CALL(getSettingManualMode()), 0, kNoData},
+        {"preference_get_int", CALL(getSettingDistance()), 0, kNoData},
+        {"preference_get_int", CALL(getSettingPressure()), 0, kNoData},
+        {"preference_get_int", CALL(getSettingAlert()), 0, kNoData},
+        {"preference_get_int", CALL(getAccuWaningMessage()), 0, kNoData},
+        {"preference_get_int", CALL(getAutoRefresh()), 0, nullptr},
+        {"preference_get_int", CALL(getDebugFeature()), 0, nullptr},
+        {"vconf_get_int", CALL(getLDUModeEnable()), 0, nullptr},
+        {"preference_get_double", CALL(getDataSLP()), 0, kNoData},
+        // Without a reference the altitude uses the standard one, the pressure does not.
+        {"preference_get_double", CALL(getAltivalue(898.76)), 1000.0, kNoData},
+        {"preference_get_double", CALL(getBarovalue(100.0)), 0, kNoData},
+        {"preference_get_string", CALL(getDataCalTime()), 0, kNoData},
+        {"preference_set_int", CALL(saveAutoRefresh(0)), PREFERENCE_ERROR_IO_ERROR, nullptr},
+        {"preference_set_double", CALL(saveDataSLP(9.0)), PREFERENCE_ERROR_IO_ERROR, nullptr},
     };
-    for (const auto& g : loud) {
-        orvex_test::clearLog();
-        EXPECT_EQ(0.0, g.read(store)) << g.name;
-        EXPECT_EQ(std::vector<std::string>{"No Correct Data"}, errors()) << g.name;
-    }
-
-    orvex_test::clearLog();
-    EXPECT_EQ(0, store->getAutoRefresh());
-    EXPECT_EQ(0, store->getDebugFeature());
-    EXPECT_EQ(0, store->getLDUModeEnable());
-    EXPECT_EQ(0u, orvex_test::logLines().size());
-}
-
-TEST_F(StorageTest, AValueOfAnotherTypeReadsAsMissing) {
-    ASSERT_EQ(0, preference_set_string("ORVEX_SETTING_ALERT", "5"));
-    ASSERT_EQ(0, preference_set_int("ORVEX_DATA_SEE_LEVEL", 1000));
-    EXPECT_EQ(0, store->getSettingAlert());
-    EXPECT_EQ(0.0, store->getDataSLP());
-    EXPECT_EQ((std::vector<std::string>{"No Correct Data", "No Correct Data"}), errors());
-}
-
-TEST_F(StorageTest, ErrorLineCarriesFileFunctionLineTagAndColour) {
-    store->getSettingAlert();
-    auto lines = orvex_test::logLines();
-    ASSERT_EQ(1u, lines.size());
-    EXPECT_EQ(DLOG_ERROR, lines[0].prio);
-    EXPECT_EQ("ORVEX", lines[0].tag);
-    EXPECT_TRUE(std::regex_match(
-        lines[0].text, std::regex("OrvexStorageMgr\\.cpp: getSettingAlert\\([0-9]+\\) > "
-                                  "\033\\[0;31m\\* Critical \\* No Correct Data\033\\[0;m")))
-        << lines[0].text;
-
-    orvex_test::clearLog();
+#undef CALL
     store->initStorage();
-    char* history = store->getDataSLPHistory();
-    free(history);
-    lines = orvex_test::logLines();
-    ASSERT_FALSE(lines.empty());
-    EXPECT_EQ(DLOG_INFO, lines.back().prio);
-    EXPECT_TRUE(std::regex_match(
-        lines.back().text, std::regex("OrvexStorageMgr\\.cpp: getDataSLPHistory\\([0-9]+\\) > "
-                                      "\033\\[0;32mSLP History \033\\[0;m")))
-        << lines.back().text;
-}
-
-TEST_F(StorageTest, SettersStoreAnyValueAndPassTheStoreResultBack) {
-    EXPECT_EQ(0, store->saveSettingAlert(-7));
-    EXPECT_EQ(-7, store->getSettingAlert());
-    EXPECT_EQ(0, store->saveSettingDistance(42));
-    EXPECT_EQ(42, store->getSettingDistance());
-    EXPECT_EQ(0, store->saveDataSLPHistory("T:1;P+2.000000"));
-    char* h = store->getDataSLPHistory();
-    EXPECT_STREQ("T:1;P+2.000000", h);
-    free(h);
-
-    orvex_host_fail_next("preference_set_int", 1, PREFERENCE_ERROR_IO_ERROR);
-    EXPECT_EQ(PREFERENCE_ERROR_IO_ERROR, store->saveAutoRefresh(1));
-    EXPECT_EQ(0, store->getAutoRefresh());
-    orvex_host_fail_next("preference_set_double", 1, PREFERENCE_ERROR_IO_ERROR);
-    EXPECT_EQ(PREFERENCE_ERROR_IO_ERROR, store->saveDataSLP(1000.0));
-    EXPECT_TRUE(errors().empty());
-}
-
-TEST_F(StorageTest, CurrentPressureLivesInMemoryOnly) {
-    EXPECT_EQ(0.0, store->getCurrentPressure());
-    store->setCurrentPressure(987.6);
-    EXPECT_EQ(987.6, store->getCurrentPressure());
-    OrvexStorageMgr::deleteInstance();
-    store = OrvexStorageMgr::getInstance();
-    EXPECT_EQ(0.0, store->getCurrentPressure());
-}
-
-TEST_F(StorageTest, SingletonLifecycle) {
-    EXPECT_EQ(store, OrvexStorageMgr::getInstance());
-    OrvexStorageMgr::deleteInstance();
-    OrvexStorageMgr::deleteInstance();  // harmless
-
-    {
-        orvex_test::FailNothrowNew noMemory;
-        EXPECT_EQ(nullptr, OrvexStorageMgr::getInstance());
-        EXPECT_EQ(nullptr, OrvexStorageMgr::getInstance());
+    use();
+    orvex_host_vconf_set_int("db/retailmode/enabled", 1);
+    for (const auto& c : cases) {
+        clearLog();
+        orvex_host_fail_next(c.fault, 1, PREFERENCE_ERROR_IO_ERROR);
+        EXPECT_NEAR(c.result, c.call(store), 0.5) << c.fault;
+        EXPECT_EQ(c.message ? Lines{c.message} : Lines{}, errors()) << c.fault;
+        orvex_host_clear_faults();
     }
-    EXPECT_EQ((std::vector<std::string>{"_pInstance is NULL", "_pInstance is NULL"}), errors());
-    store = OrvexStorageMgr::getInstance();
-    EXPECT_NE(nullptr, store);
+    EXPECT_EQ(kUsed, snapshot());  // failed writes changed nothing
 }
 
-class ConversionTest : public StorageTest {};
-
-TEST_F(ConversionTest, AltitudeFromPressure) {
+TEST_F(StorageTest, ConversionsFollowTheStandardAtmosphere) {
     store->initStorage();
+    // ICAO standard atmosphere over 1013.25 hPa: altitude (m), pressure (hPa).
+    const std::pair<double, double> standard[] = {
+        {-100, 1025.32}, {0, 1013.25}, {1000, 898.76}, {2000, 794.98}, {3000, 701.12}};
+    for (const auto& [altitude, pressure] : standard) {
+        EXPECT_NEAR(altitude, store->getAltivalue(pressure), 0.5) << pressure;
+        EXPECT_NEAR(altitude, store->getAltivalue(pressure, 1013.25), 0.5) << pressure;
+        EXPECT_NEAR(pressure, store->getBarovalue(altitude), 0.1) << altitude;
+        EXPECT_NEAR(1013.25, store->getManualSLP(altitude, pressure), 0.1) << altitude;
+    }
     EXPECT_EQ(1013.25, store->getDefaultSLP());
-    EXPECT_EQ(0.0, store->getAltivalue(1013.25));
-    EXPECT_EQ(0.0, store->getAltivalue(1013.25, 1013.25));
-    EXPECT_NEAR(988.6, store->getAltivalue(900.0, 1013.25), 0.05);
-    const double expected = (1.0 - std::pow(900.0 / 1013.25, 0.19029495718363465)) * 44330.0;
-    EXPECT_EQ(expected, store->getAltivalue(900.0, 1013.25));
-    EXPECT_NEAR(-109.7, store->getAltivalue(1026.5, 1013.25), 0.05);
-
+    EXPECT_EQ(898.7, store->getBarovalue(1000.0));  // 898.76 is cut to tenths, not rounded
+    EXPECT_EQ(0.0, store->getBarovalue(50000.0));   // above the model's top: NaN becomes 0
     store->saveDataSLP(1020.0);
-    EXPECT_EQ(store->getAltivalue(900.0, 1020.0), store->getAltivalue(900.0));
-    EXPECT_TRUE(std::isinf(store->getAltivalue(900.0, 0.0)));
-}
-
-TEST_F(ConversionTest, OnlyTheOneArgumentAltitudeFallsBackToStandard) {
-    const double standard = store->getAltivalue(900.0, 1013.25);
-    for (double bad : {0.0, -5.0}) {
-        store->saveDataSLP(bad);
-        EXPECT_EQ(standard, store->getAltivalue(900.0)) << bad;
-        EXPECT_EQ(bad, store->getBarovalue(0.0)) << bad;  // no fallback here
-    }
-    // A store that cannot be read behaves like a zero reference, with the error logged.
-    ASSERT_EQ(0, preference_remove("ORVEX_DATA_SEE_LEVEL"));
-    orvex_test::clearLog();
-    EXPECT_EQ(standard, store->getAltivalue(900.0));
-    EXPECT_EQ(0.0, store->getBarovalue(100.0));
-    EXPECT_EQ((std::vector<std::string>{"No Correct Data", "No Correct Data"}), errors());
-}
-
-TEST_F(ConversionTest, PressureFromAltitudeIsCutToTenths) {
-    store->initStorage();
-    EXPECT_EQ(1013.2, store->getBarovalue(0.0));
-    store->saveDataSLP(1013.29);
-    EXPECT_EQ(1013.2, store->getBarovalue(0.0));
-    store->saveDataSLP(1013.25);
-    EXPECT_EQ(898.7, store->getBarovalue(1000.0));  // 898.76...: cut, not rounded
-    EXPECT_GT(store->getBarovalue(-100.0), 1013.25);
-    // Beyond 44330 m the base goes negative and the power is NaN, which converts to 0.
-    EXPECT_EQ(0.0, store->getBarovalue(50000.0));
-    // A reference so large that the tenths overflow a 32-bit integer saturates.
-    store->saveDataSLP(1e12);
+    EXPECT_NEAR(56.0, store->getAltivalue(1013.25), 0.1);  // about 8.3 m per hPa
+    store->saveDataSLP(1e12);                              // tenths saturate at 32 bits
     EXPECT_EQ(2147483647 / 10.0, store->getBarovalue(0.0));
     store->saveDataSLP(-1e12);
     EXPECT_EQ(-2147483648.0 / 10.0, store->getBarovalue(0.0));
+    // Only the altitude replaces a reference that is not positive by the standard one.
+    for (double bad : {0.0, -5.0}) {
+        store->saveDataSLP(bad);
+        EXPECT_NEAR(1000.0, store->getAltivalue(898.76), 0.5) << bad;
+        EXPECT_EQ(bad, store->getBarovalue(0.0)) << bad;
+    }
 }
 
-TEST_F(ConversionTest, ManualSeaLevelPressure) {
-    EXPECT_EQ(1000.0, store->getManualSLP(0.0, 1000.0));
-    EXPECT_NEAR(1011.9, store->getManualSLP(100.0, 1000.0), 0.05);
-    // Round trip: the derived reference puts the pressure back at the altitude.
-    const double slp = store->getManualSLP(1234.0, 870.0);
-    EXPECT_NEAR(1234.0, store->getAltivalue(870.0, slp), 1e-6);
-    EXPECT_TRUE(errors().empty());
-}
+TEST_F(StorageTest, HistoryAndCalibrationTime) {
+    store->initStorage();
+    EXPECT_TRUE(store->isDataSLPHistoryEmpty());
+    EXPECT_EQ(0, store->getDataCalTime());
+    store->addDataSLPHistory(1500000000, 1013.25);
+    EXPECT_FALSE(store->isDataSLPHistoryEmpty());
+    store->addDataSLPHistory(1500003600, 1012.1);
+    store->addDataSLPHistory(1500003600, 1000.0);  // a time already recorded
+    store->addDataSLPHistory(150000, 1000.0);  // its digits show in the text: counts as recorded
+    store->addDataSLPHistory(-5, 990.0);
+    orvex_host_fail_next("preference_set_string", 1, PREFERENCE_ERROR_IO_ERROR);
+    store->addDataSLPHistory(7, 4.0);
+    const std::string text =
+        "T:1500000000;P+1013.250000T:1500003600;P+1012.100000T:-5;P+990.000000";
+    EXPECT_EQ(text, history());
+    EXPECT_EQ("SLP History " + text, infos().back());
+    store->saveDataSLPHistory("");
+    store->addDataSLPHistory(-9, 1e300);  // written in full: 301 digits and ".000000"
+    EXPECT_EQ(std::string("T:-9;P+").size() + 301 + 7, history().size());
 
-}  // namespace
+    preference_set_string("ORVEX_DATA_CALIBRATE_TIME", "-12abc");
+    EXPECT_EQ(-12, store->getDataCalTime());
+    preference_set_string("ORVEX_DATA_CALIBRATE_TIME", "abc");
+    EXPECT_THROW(store->getDataCalTime(), std::invalid_argument);
+    preference_set_string("ORVEX_DATA_CALIBRATE_TIME", "99999999999999999999999");
+    EXPECT_THROW(store->getDataCalTime(), std::out_of_range);
+}

@@ -51,6 +51,12 @@ std::vector<LogLine> logLines() {
     return lines;
 }
 
+std::string adopt(char* text) {
+    std::string out = text ? text : "";
+    free(text);
+    return out;
+}
+
 void clearLog() { orvex_host_log_clear(); }
 
 std::string messageOf(const LogLine& line) {

@@ -24,6 +24,12 @@ struct LogLine {
 // the process exits.
 void useScratchRoot();
 
+using Lines = std::vector<std::string>;
+
+// Takes over text the library or the platform allocated with malloc: its copy, then frees it (""
+// for none).
+std::string adopt(char* text);
+
 std::vector<LogLine> logLines();
 void clearLog();
 
