@@ -24,6 +24,8 @@ const char* const kAgentId = "com.marveno.weather-agent";
 int g_requests = 0;
 // Why the last request got no answer; empty once a request is under way again.
 std::string g_problem;
+void (*g_problemCb)(const char*, void*) = nullptr;
+void* g_problemData = nullptr;
 
 std::string extra(app_control_h request, const char* key) {
     char* value = nullptr;
@@ -50,7 +52,8 @@ void handleLaunch(app_control_h request) {
         return;
     }
     if (backend != "sim") {
-        g_problem = "unknown weather agent back end '" + backend + "' (sim or open-meteo)";
+        orvex_host::agentProblem("unknown weather agent back end '" + backend +
+                                 "' (sim or open-meteo)");
         return;
     }
     if (orvex_host::config("agent_silent").value_or("0") != "0") return;
@@ -78,6 +81,7 @@ void handleLaunch(app_control_h request) {
 void resetCount() {
     g_requests = 0;
     g_problem.clear();
+    g_problemCb = nullptr;
 }
 
 [[maybe_unused]] const bool g_app = orvex_host::registerApp(kAgentId, &handleLaunch);
@@ -91,7 +95,10 @@ int store(const char* key, const char* value) {
 
 }  // namespace
 
-void orvex_host::agentProblem(const std::string& why) { g_problem = why; }
+void orvex_host::agentProblem(const std::string& why) {
+    g_problem = why;
+    if (g_problemCb) g_problemCb(g_problem.c_str(), g_problemData);
+}
 
 extern "C" int orvex_host_agent_set_pressure(const char* text) {
     return store("agent_pressure", text);
@@ -134,4 +141,10 @@ extern "C" const char* orvex_host_agent_problem(void) {
     static std::string copy;
     copy = g_problem;
     return copy.empty() ? nullptr : copy.c_str();
+}
+
+extern "C" void orvex_host_agent_on_problem(void (*callback)(const char* why, void* data),
+                                            void* data) {
+    g_problemCb = callback;
+    g_problemData = data;
 }

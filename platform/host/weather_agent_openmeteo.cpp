@@ -308,6 +308,12 @@ extern "C" int orvex_host_agent_set_url(const char* base_url) {
                : -EIO;
 }
 
+extern "C" const char* orvex_host_agent_url(void) {
+    static std::string copy;
+    copy = orvex_host::config("agent_url").value_or(kDefaultUrl);
+    return copy.c_str();
+}
+
 extern "C" int orvex_host_agent_set_ca_file(const char* path) {
     return orvex_host::setConfig("agent_ca_file",
                                  path ? std::optional<std::string>(path) : std::nullopt)
