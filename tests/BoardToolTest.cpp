@@ -27,7 +27,7 @@ TEST_F(BoardToolTest, CalibrateFromOpenMeteoThenKeepTheRecordedHours) {
     tool.setEnv("ORVEX_HOST_AGENT_CA_FILE", TestHttpServer::caFile());
     ASSERT_EQ(0, tool.run({"agent-backend", "open-meteo", "--url", server.url("")}).exitCode);
     auto r = tool.run({"calibrate", "agent"});
-    EXPECT_NE(std::string::npos, r.out.find("1017.00 hPa")) << r.out << r.err;
+    EXPECT_TRUE(!r.exitCode && r.out.find("1017.00 hPa") != r.out.npos) << r.out << r.err;
 
     auto rows = orvex_test::splitLines(tool.run({"recorded-export", "--csv"}).out);
     ASSERT_GT(rows.size(), 100u);
