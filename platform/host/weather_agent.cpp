@@ -1,4 +1,5 @@
-// The weather-agent simulator: answers weather requests with the host's simulated weather.
+// The weather agent: answers weather requests with the host's simulated weather, or with the
+// sea-level pressure a real source reports (weather_agent_openmeteo.cpp).
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -12,10 +13,19 @@
 #include "orvex_host/app_control_control.h"
 #include "orvex_host/control.h"
 
+namespace orvex_host {
+void openMeteoRequest(const std::string& port, const char* agentId);
+void agentProblem(const std::string& why);
+}  // namespace orvex_host
+
 namespace {
 
 const char* const kAgentId = "com.marveno.weather-agent";
 int g_requests = 0;
+// Why the last request got no answer; empty once a request is under way again.
+std::string g_problem;
+void (*g_problemCb)(const char*, void*) = nullptr;
+void* g_problemData = nullptr;
 
 std::string extra(app_control_h request, const char* key) {
     char* value = nullptr;
@@ -34,8 +44,19 @@ void addEntry(bundle* b, const char* key, const std::string& value) {
 void handleLaunch(app_control_h request) {
     if (extra(request, "MESSAGE") != "GET_CURRENT_WEATHER_INFO") return;
     ++g_requests;
-    if (orvex_host::config("agent_silent").value_or("0") != "0") return;
+    g_problem.clear();
     std::string port = extra(request, "PORT_ID");
+    std::string backend = orvex_host::config("agent_backend").value_or("sim");
+    if (backend == "open-meteo") {
+        if (!port.empty()) orvex_host::openMeteoRequest(port, kAgentId);
+        return;
+    }
+    if (backend != "sim") {
+        orvex_host::agentProblem("unknown weather agent back end '" + backend +
+                                 "' (sim or open-meteo)");
+        return;
+    }
+    if (orvex_host::config("agent_silent").value_or("0") != "0") return;
     if (port.empty()) return;
 
     long long age = atoll(orvex_host::config("agent_age").value_or("0").c_str());
@@ -57,7 +78,11 @@ void handleLaunch(app_control_h request) {
     bundle_free(reply);
 }
 
-void resetCount() { g_requests = 0; }
+void resetCount() {
+    g_requests = 0;
+    g_problem.clear();
+    g_problemCb = nullptr;
+}
 
 [[maybe_unused]] const bool g_app = orvex_host::registerApp(kAgentId, &handleLaunch);
 [[maybe_unused]] const bool g_reset = orvex_host::onReset(&resetCount);
@@ -69,6 +94,11 @@ int store(const char* key, const char* value) {
 }
 
 }  // namespace
+
+void orvex_host::agentProblem(const std::string& why) {
+    g_problem = why;
+    if (g_problemCb) g_problemCb(g_problem.c_str(), g_problemData);
+}
 
 extern "C" int orvex_host_agent_set_pressure(const char* text) {
     return store("agent_pressure", text);
@@ -95,3 +125,26 @@ extern "C" int orvex_host_agent_reset(void) {
 }
 
 extern "C" int orvex_host_agent_request_count(void) { return g_requests; }
+
+extern "C" int orvex_host_agent_set_backend(const char* name) {
+    if (name && strcmp(name, "sim") != 0 && strcmp(name, "open-meteo") != 0) return -EINVAL;
+    return store("agent_backend", name);
+}
+
+extern "C" const char* orvex_host_agent_backend(void) {
+    static std::string copy;
+    copy = orvex_host::config("agent_backend").value_or("sim");
+    return copy.c_str();
+}
+
+extern "C" const char* orvex_host_agent_problem(void) {
+    static std::string copy;
+    copy = g_problem;
+    return copy.empty() ? nullptr : copy.c_str();
+}
+
+extern "C" void orvex_host_agent_on_problem(void (*callback)(const char* why, void* data),
+                                            void* data) {
+    g_problemCb = callback;
+    g_problemData = data;
+}

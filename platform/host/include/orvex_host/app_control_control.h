@@ -45,6 +45,32 @@ int orvex_host_agent_reset(void);
 /* Requests the agent received since the last reset. */
 int orvex_host_agent_request_count(void);
 
+/*
+ * Where the agent's answers come from (host configuration "agent_backend", environment variable
+ * ORVEX_HOST_AGENT_BACKEND):
+ *   sim         (default) the simulator above;
+ *   open-meteo  the current mean sea-level pressure at the location service's position from the
+ *               Open-Meteo forecast API over HTTPS, fetched on the main loop. A failed fetch
+ *               answers nothing, as a silent agent, and orvex_host_agent_problem() says why.
+ * NULL returns to the default; -EINVAL for another name.
+ */
+int orvex_host_agent_set_backend(const char* name);
+/* The back end chosen now (the environment's choice included). */
+const char* orvex_host_agent_backend(void);
+/* Base URL of the API ("agent_url", default "https://api.open-meteo.com"); NULL: the default. */
+int orvex_host_agent_set_url(const char* base_url);
+const char* orvex_host_agent_url(void);
+/* CA bundle that verifies the server ("agent_ca_file"); NULL: libcurl's, the host's bundle. */
+int orvex_host_agent_set_ca_file(const char* path);
+/* Time-out of one fetch in milliseconds ("agent_timeout_ms", default 10000); <= 0: the default. */
+int orvex_host_agent_set_timeout_ms(long ms);
+/* Why the last request got no answer; NULL while it is under way or when it was answered. */
+const char* orvex_host_agent_problem(void);
+/* Calls callback on the main loop whenever a request ends without an answer; NULL: no longer. */
+void orvex_host_agent_on_problem(void (*callback)(const char* why, void* data), void* data);
+/* Fetches under way. */
+int orvex_host_agent_fetches(void);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,0 +1,71 @@
+// The tool on a real board: calibration from Open-Meteo, the recorded hours as CSV and as SVG.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <regex>
+
+#include "HostFixture.h"
+#include "TestHttpServer.h"
+#include "ToolRunner.h"
+
+using orvex_test::TestHttpServer;
+
+namespace {
+
+using BoardToolTest = orvex_test::HostTest;
+
+TEST_F(BoardToolTest, CalibrateFromOpenMeteoThenKeepTheRecordedHours) {
+    const std::string dir = orvex_host_data_dir();
+    orvex_test::ToolRunner tool(ORVEX_TOOL_PATH, dir + "/home");
+    TestHttpServer server(TestHttpServer::Mode::Https);
+    const std::string now = std::to_string(time(nullptr)), slp = ",\"pressure_msl\":1017}}";
+    server.route("/v1/forecast", {200, {}, "{\"current\":{\"time\":" + now + slp});
+    tool.setEnv("ORVEX_HOST_AGENT_CA_FILE", TestHttpServer::caFile());
+    ASSERT_EQ(0, tool.run({"agent-backend", "open-meteo", "--url", server.url("")}).exitCode);
+    auto r = tool.run({"calibrate", "agent"});
+    EXPECT_TRUE(!r.exitCode && r.out.find("1017.00 hPa") != r.out.npos) << r.out << r.err;
+
+    auto rows = orvex_test::splitLines(tool.run({"recorded-export", "--csv"}).out);
+    ASSERT_GT(rows.size(), 100u);
+    EXPECT_EQ("time,pressure_hpa,altitude_m", rows[0]);
+    const std::regex row("([-0-9]{10}T[0-9:]{8}Z),([0-9]+\\.[0-9]{2}),-?[0-9]+\\.[0-9]");
+    std::smatch last;
+    for (size_t i = 1; i < rows.size(); ++i) {
+        ASSERT_TRUE(std::regex_match(rows[i], last, row)) << rows[i];
+        if (i > 1) EXPECT_LT(rows[i - 1], rows[i]);
+    }
+    // Calibrated to 1234 m at that pressure: lower pressures lie above it, higher ones below.
+    const double calibrated = std::stod(last[2]);
+    ASSERT_EQ(0, tool.run({"calibrate", "manual", "1234", last[2]}).exitCode);
+    ASSERT_EQ(0, tool.run({"settings", "set", "distance", "1"}).exitCode);
+    rows = orvex_test::splitLines(tool.run({"recorded-export", "--csv"}).out);
+    EXPECT_EQ("time,pressure_hpa,altitude_ft", rows.at(0));
+    for (size_t i = 1; i < rows.size(); ++i) {
+        double hpa = atof(rows[i].c_str() + 21), ft = atof(strrchr(rows[i].c_str(), ',') + 1);
+        if (std::fabs(hpa - calibrated) > 0.05)
+            EXPECT_EQ(calibrated > hpa, ft > 1234 / 0.3048) << rows[i];
+    }
+
+    // The chart marks the calibrations and renders to a picture that is not blank.
+    ASSERT_EQ(0, tool.run({"recorded-export", "--svg", dir + "/chart.svg"}).exitCode);
+    EXPECT_EQ(0, system(("grep -q 'class=\"calibration\"' " + dir + "/chart.svg").c_str()));
+    if (system("command -v rsvg-convert >/dev/null && command -v pngtopnm >/dev/null") != 0)
+        GTEST_SKIP() << "rsvg-convert (librsvg2-bin) and pngtopnm (netpbm) render the chart";
+    ASSERT_EQ(
+        0, system(("rsvg-convert -b white " + dir + "/chart.svg | pngtopnm >" + dir + "/chart.ppm")
+                      .c_str()));
+    std::ifstream ppm(dir + "/chart.ppm", std::ios::binary);
+    std::string magic;
+    int width = 0, height = 0, depth = 0;
+    (ppm >> magic >> width >> height >> depth).get();
+    long total = 0, ink = 0;
+    for (char rgb[3]; ppm.read(rgb, 3); ++total) ink += (rgb[0] & rgb[1] & rgb[2]) != char(0xff);
+    EXPECT_EQ(long(width) * height, total) << magic;
+    EXPECT_GT(ink, total / 100) << "a blank chart";
+}
+
+}  // namespace

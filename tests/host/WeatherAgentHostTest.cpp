@@ -1,0 +1,99 @@
+// The weather agent's Open-Meteo back end against a local HTTPS server replaying recorded answers.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <map>
+#include <string>
+
+#include <orvex_host/app_control_control.h>
+#include <orvex_host/connection_control.h>
+#include <orvex_host/location_control.h>
+#include <platform/app_control.h>
+#include <platform/message_port.h>
+
+#include "HostFixture.h"
+#include "MainLoop.h"
+#include "TestHttpServer.h"
+
+using orvex_test::HttpRoute;
+using orvex_test::TestHttpServer;
+using Entries = std::map<std::string, std::string>;
+
+namespace {
+
+// Recorded answers live beside the repository (one level up from a checkout, two from a worktree).
+std::string recorded(const std::string& name) {
+    std::string root = std::string(__FILE__).erase(std::string(__FILE__).rfind("/tests/"));
+    std::ifstream in(root + "/../shared/reference-data/board/" + name);
+    if (!in) in.open(root + "/../../shared/reference-data/board/" + name);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+void receive(int, const char*, const char*, bool, bundle* message, void* entries) {
+    bundle_iterate(
+        message, [](const char* k, const char* v, void* e) { (*static_cast<Entries*>(e))[k] = v; },
+        entries);
+}
+
+using WeatherAgentHostTest = orvex_test::HostTest;
+
+TEST_F(WeatherAgentHostTest, AnswersWithTheRecordedPressureOrSaysWhyNot) {
+    TestHttpServer server(TestHttpServer::Mode::Https);
+    orvex_host_agent_set_backend("open-meteo");
+    orvex_host_agent_set_url(server.url("/").c_str());
+    orvex_host_agent_set_timeout_ms(1000);
+    orvex_host_location_set_position(53.1875, 50.125, 40.0);
+    const HttpRoute answer{200, {}, recorded("open-meteo-answer.json")};
+    const HttpRoute refusal{400, {}, recorded("open-meteo-error.json")};
+    const HttpRoute silent{200, {}, "", false, false, 0, true};
+    const std::string noSlp = "Open-Meteo's answer has no current pressure_msl and time";
+    const std::string unreachable = "Open-Meteo could not be reached: ";
+    struct Case {
+        HttpRoute route;
+        bool trusted;  // verified against the test CA rather than the host's bundle
+        const char* proxy;
+        const char* pressure;  // answered, at the recorded time
+        std::string problem;   // the start of it
+    } cases[] = {
+        {answer, true, "", "1017.00", ""},
+        {refusal, true, "", nullptr, "Open-Meteo answered HTTP 400: Latitude must be in range"},
+        {{200, {}, "{\"current\":{\"time\":1789459200}}"}, true, "", nullptr, noSlp},
+        {{200, {}, "<html>"}, true, "", nullptr, noSlp},
+        {silent, true, "", nullptr, unreachable + "Operation timed out"},
+        {answer, false, "", nullptr, unreachable + "SSL certificate problem"},
+        {answer, true, "http://127.0.0.1:1", nullptr, unreachable + "Failed to connect"},
+    };
+    Entries reply;
+    ASSERT_GE(message_port_register_local_port("reply.port", receive, &reply), 0);
+    for (const Case& c : cases) {
+        server.route("/v1/forecast", c.route);
+        orvex_host_agent_set_ca_file(c.trusted ? TestHttpServer::caFile().c_str() : nullptr);
+        orvex_host_connection_set_proxy(c.proxy);
+        reply.clear();
+        app_control_h request = nullptr;
+        ASSERT_EQ(0, app_control_create(&request));
+        app_control_set_app_id(request, "com.marveno.weather-agent");
+        app_control_add_extra_data(request, "MESSAGE", "GET_CURRENT_WEATHER_INFO");
+        app_control_add_extra_data(request, "PORT_ID", "reply.port");
+        ASSERT_EQ(0, app_control_send_launch_request(request, nullptr, nullptr));
+        const int asked = orvex_host_agent_request_count() + 1;
+        ASSERT_TRUE(orvex_test::runUntil([&] {
+            return orvex_host_agent_request_count() == asked &&
+                   (!reply.empty() || orvex_host_agent_problem() != nullptr);
+        }));
+        Entries expected;
+        if (c.pressure) expected = {{"refreshedTime", "1789459200"}, {"pressure", c.pressure}};
+        EXPECT_EQ(expected, reply);
+        std::string problem = orvex_host_agent_problem() ? orvex_host_agent_problem() : "";
+        EXPECT_TRUE(c.problem.empty() ? problem.empty() : problem.rfind(c.problem, 0) == 0)
+            << problem;
+        EXPECT_EQ(0, orvex_host_agent_fetches());
+    }
+    const orvex_test::HeaderList query{{"latitude", "53.1875"},
+                                       {"longitude", "50.1250"},
+                                       {"current", "pressure_msl"},
+                                       {"timeformat", "unixtime"}};
+    EXPECT_EQ(query, server.requests().at(0).query);
+}
+
+}  // namespace
