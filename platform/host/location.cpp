@@ -189,10 +189,16 @@ void queueState(int state) {
         if (m->started) g_idle_add(deliverInjected, new InjectedState{m, state});
 }
 
-// With gpsd the service is up while it has a fix, as a receiver's is.
-void gpsdFixChanged(bool hasFix) {
-    queueState(hasFix && flag("location_enabled", true) ? LOCATIONS_SERVICE_ENABLED
-                                                        : LOCATIONS_SERVICE_DISABLED);
+// With gpsd the service is up while it has a fix, as a receiver's is; its fixes are the last
+// known position.
+void gpsdFix(const std::optional<Fix>& fix, bool changed) {
+    if (fix) {
+        g_lastFix = fix;
+        g_lastTime = time(nullptr);
+    }
+    if (changed)
+        queueState(fix && flag("location_enabled", true) ? LOCATIONS_SERVICE_ENABLED
+                                                         : LOCATIONS_SERVICE_DISABLED);
 }
 
 // The gpsd client runs while a manager is started on that back end.
@@ -200,7 +206,7 @@ void updateGpsd() {
     bool wanted = false;
     for (auto m : g_managers) wanted = wanted || m->started;
     if (wanted && backendName() == "gpsd")
-        orvex_host::location::gpsdStart(gpsdHost(), gpsdPort(), &gpsdFixChanged);
+        orvex_host::location::gpsdStart(gpsdHost(), gpsdPort(), &gpsdFix);
     else
         orvex_host::location::gpsdStop();
 }

@@ -23,7 +23,7 @@ struct Session {
     int refs = 1;
     std::string host;
     int port = 0;
-    void (*onChange)(bool) = nullptr;
+    FixCallback onFix = nullptr;
     GCancellable* cancel = g_cancellable_new();
     GSocketClient* client = g_socket_client_new();
     GSocketConnection* connection = nullptr;
@@ -61,9 +61,9 @@ void unref(Session* s) {
 }
 
 void setFix(Session* s, const std::optional<Fix>& fix) {
-    bool had = s->fix.has_value();
+    bool changed = s->fix.has_value() != fix.has_value();
     s->fix = fix;
-    if (had != fix.has_value() && s->onChange) s->onChange(fix.has_value());
+    if ((fix || changed) && s->onFix) s->onFix(fix, changed);
 }
 
 void connect(Session* s);
@@ -184,13 +184,13 @@ void connect(Session* s) {
 
 }  // namespace
 
-void gpsdStart(const std::string& host, int port, void (*onChange)(bool)) {
+void gpsdStart(const std::string& host, int port, FixCallback onFix) {
     if (g_session && g_session->host == host && g_session->port == port) return;
     gpsdStop();
     g_session = new Session;
     g_session->host = host;
     g_session->port = port;
-    g_session->onChange = onChange;
+    g_session->onFix = onFix;
     connect(g_session);
 }
 

@@ -27,8 +27,10 @@ void logError(const std::string& message);
 void logInfo(const std::string& message);
 
 // The gpsd client. Connects to host:port on the default main context, keeps the newest fix and
-// calls onChange whenever a fix appears or goes away; reconnects with back-off when gpsd is gone.
-void gpsdStart(const std::string& host, int port, void (*onChange)(bool hasFix));
+// calls onFix with each new fix and when the fix is lost (nullopt); `changed` tells whether
+// there was a fix before. Reconnects with back-off when gpsd is gone.
+using FixCallback = void (*)(const std::optional<Fix>& fix, bool changed);
+void gpsdStart(const std::string& host, int port, FixCallback onFix);
 void gpsdStop();
 std::optional<Fix> gpsdFix();
 // Why there is no fix: gpsd unreachable, or no fix reported yet. Empty with a fix.

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "csv_reader.h"
 #include "location_internal.h"
 #include "platform/dlog.h"
 
@@ -89,6 +90,8 @@ void startElement(GMarkupParseContext* context, const char* name, const char** a
         if (!lat || !lon || !parseNumber(lat, &r->fix.latitude) ||
             !parseNumber(lon, &r->fix.longitude))
             return fail(r, error, r->pointLine + ": a track point needs numeric lat and lon");
+        std::string problem = rangeProblem(Fix{r->fix.latitude, r->fix.longitude, 0});
+        if (!problem.empty()) return fail(r, error, r->pointLine + ": " + problem);
         r->inPoint = true;
         r->ele.reset();
         r->when.reset();
@@ -119,8 +122,6 @@ void endElement(GMarkupParseContext*, const char* name, gpointer data, GError** 
         if (!r->ele || !r->when)
             return fail(r, error, r->pointLine + ": a track point needs ele and time");
         r->fix.altitude = *r->ele;
-        std::string problem = rangeProblem(r->fix);
-        if (!problem.empty()) return fail(r, error, r->pointLine + ": " + problem);
         if (r->points.empty()) r->firstTime = *r->when;
         double seconds = *r->when - r->firstTime;
         if (!r->points.empty() && seconds < r->points.back().seconds)
@@ -155,34 +156,17 @@ std::vector<TrackPoint> readGpx(const std::string& path, const char* content, gs
     return std::move(reader.points);
 }
 
-std::vector<TrackPoint> readCsvTrack(const std::string& path, const char* content,
-                                     std::string* error) {
+std::vector<TrackPoint> readCsvTrack(const std::string& path, std::string* error) {
+    CsvTable table =
+        readCsv(path, 4, "seconds,latitude,longitude,altitude",
+                [](const std::vector<double>& row, const std::vector<double>* previous) {
+                    if (previous && row[0] < (*previous)[0]) return std::string("time goes back");
+                    return rangeProblem(Fix{row[1], row[2], row[3]});
+                });
+    *error = table.error;
     std::vector<TrackPoint> points;
-    g_auto(GStrv) lines = g_strsplit(content, "\n", -1);
-    double first = 0;
-    for (int i = 0; lines[i]; ++i) {
-        std::string where = path + ":" + std::to_string(i + 1);
-        g_strstrip(lines[i]);
-        if (!*lines[i] || lines[i][0] == '#') continue;
-        g_auto(GStrv) cells = g_strsplit(lines[i], ",", -1);
-        double v[4];
-        bool numeric = g_strv_length(cells) == 4;
-        for (int c = 0; numeric && c < 4; ++c) numeric = parseNumber(cells[c], &v[c]);
-        if (!numeric) {
-            if (points.empty() && g_ascii_isalpha(lines[i][0])) continue;  // a header
-            *error = where + ": expected seconds,latitude,longitude,altitude";
-            return {};
-        }
-        Fix fix{v[1], v[2], v[3]};
-        std::string problem = rangeProblem(fix);
-        if (!problem.empty()) {
-            *error = where + ": " + problem;
-            return {};
-        }
-        if (points.empty()) first = v[0];
-        points.push_back({v[0] - first, fix});
-    }
-    if (points.empty()) *error = path + ": no rows";
+    for (const auto& row : table.rows)
+        points.push_back({row[0] - table.rows.front()[0], Fix{row[1], row[2], row[3]}});
     return points;
 }
 
@@ -208,7 +192,7 @@ std::vector<TrackPoint> readTrack(const std::string& path, std::string* error) {
     while (g_ascii_isspace(*start)) ++start;
     if (*start == '<')
         return readGpx(path, start, length - static_cast<gsize>(start - content), error);
-    return readCsvTrack(path, content, error);
+    return readCsvTrack(path, error);
 }
 
 void logError(const std::string& message) {
