@@ -127,6 +127,8 @@ bool currentFix(double sinceStart, Fix* out) {
 gboolean deliverState(gpointer data) {
     auto* m = static_cast<location_manager_h>(data);
     m->pendingState = 0;
+    // The fix was lost meanwhile: the next one brings the service up.
+    if (backendName() == "gpsd" && !orvex_host::location::gpsdFix()) return G_SOURCE_REMOVE;
     if (m->stateCb)
         m->stateCb(
             flag("location_enabled", true) ? LOCATIONS_SERVICE_ENABLED : LOCATIONS_SERVICE_DISABLED,
