@@ -105,7 +105,7 @@ void report(Session* s, const char* line, gsize length) {
     if (!root || !JSON_NODE_HOLDS_OBJECT(root)) return;
     JsonObject* o = json_node_get_object(root);
     JsonNode* cls = json_object_get_member(o, "class");
-    if (!cls || json_node_get_value_type(cls) != G_TYPE_STRING ||
+    if (!cls || !JSON_NODE_HOLDS_VALUE(cls) || json_node_get_value_type(cls) != G_TYPE_STRING ||
         strcmp(json_node_get_string(cls), "TPV") != 0)
         return;
     double mode = 0;
