@@ -1,20 +1,21 @@
-// Location service: a configured position or a replayed track, with the enabling dialogue and
-// service-state notifications delivered on the main loop.
+// Location service: a configured position, a replayed track or gpsd, with the enabling dialogue
+// and service-state notifications delivered on the main loop.
 #include <glib.h>
+#include <glib/gstdio.h>
 
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
+#include <cstring>
 #include <new>
 #include <optional>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "host_internal.h"
+#include "location_internal.h"
 #include "orvex_host/location_control.h"
 #include "platform/location_manager.h"
 
@@ -28,14 +29,15 @@ struct location_manager_s {
 
 namespace {
 
-struct Fix {
-    double latitude, longitude, altitude;
-};
+using orvex_host::location::Fix;
+using orvex_host::location::TrackPoint;
 
 // An alpine town: a plausible place for an altimeter to stand.
 constexpr Fix kDefaultFix{47.2692, 11.4041, 574.0};
 // Time the service takes to come up after start.
 constexpr guint kServiceDelayMs = 100;
+constexpr const char* kDefaultGpsdHost = "localhost";
+constexpr int kDefaultGpsdPort = 2947;
 
 std::set<location_manager_h> g_managers;
 location_enabling_method_result_cb g_enableCb = nullptr;
@@ -56,40 +58,77 @@ bool setFlag(const char* key, int value) {
 
 double nowSeconds() { return static_cast<double>(g_get_real_time()) / 1e6; }
 
-std::vector<std::pair<double, Fix>> readTrack(const std::string& path) {
-    std::vector<std::pair<double, Fix>> rows;
-    std::ifstream in(path);
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#') continue;
-        double t, lat, lon, alt = 0;
-        if (sscanf(line.c_str(), "%lf,%lf,%lf,%lf", &t, &lat, &lon, &alt) >= 3)
-            rows.push_back({t, Fix{lat, lon, alt}});
-    }
-    return rows;
+std::string backendName() {
+    if (auto name = orvex_host::config("location_backend")) return *name;
+    return orvex_host::config("location_track") ? "track" : "fixed";
 }
 
-Fix currentFix(double sinceStart) {
-    if (auto track = orvex_host::config("location_track")) {
-        auto rows = readTrack(*track);
-        if (!rows.empty()) {
-            Fix fix = rows.front().second;
-            for (const auto& [t, f] : rows)
-                if (t - rows.front().first <= sinceStart) fix = f;
-            return fix;
-        }
+std::string gpsdHost() {
+    auto host = orvex_host::config("location_gpsd_host");
+    return host && !host->empty() ? *host : kDefaultGpsdHost;
+}
+
+int gpsdPort() {
+    auto port = orvex_host::config("location_gpsd_port");
+    int p = port ? atoi(port->c_str()) : 0;
+    return p > 0 && p < 65536 ? p : kDefaultGpsdPort;
+}
+
+// The track file read once per version of it: positions are asked for far more often than
+// tracks change.
+struct TrackCache {
+    std::string path;
+    gint64 mtime = -1;
+    gint64 size = -1;
+    std::vector<TrackPoint> points;
+    std::string error;
+} g_track;
+
+const TrackCache& track(const std::string& path) {
+    GStatBuf st{};
+    bool found = g_stat(path.c_str(), &st) == 0;
+    gint64 mtime = found ? static_cast<gint64>(st.st_mtime) : -1;
+    gint64 size = found ? static_cast<gint64>(st.st_size) : -1;
+    if (path != g_track.path || mtime != g_track.mtime || size != g_track.size) {
+        g_track = TrackCache{path, mtime, size, {}, {}};
+        g_track.points = orvex_host::location::readTrack(path, &g_track.error);
     }
+    return g_track;
+}
+
+// The configured position, or the track's point at `sinceStart` seconds. Fails (and says why in
+// the log) when the chosen track cannot be read.
+bool currentFix(double sinceStart, Fix* out) {
+    if (backendName() == "track") {
+        auto path = orvex_host::config("location_track");
+        if (!path) {
+            orvex_host::location::logError("location back end 'track' without a track file");
+            return false;
+        }
+        const TrackCache& t = track(*path);
+        if (t.points.empty()) {
+            orvex_host::location::logError(t.error);
+            return false;
+        }
+        *out = t.points.front().fix;
+        for (const auto& p : t.points)
+            if (p.seconds <= sinceStart) *out = p.fix;
+        return true;
+    }
+    *out = kDefaultFix;
     if (auto pos = orvex_host::config("location_position")) {
         Fix f{};
         if (sscanf(pos->c_str(), "%lf,%lf,%lf", &f.latitude, &f.longitude, &f.altitude) == 3)
-            return f;
+            *out = f;
     }
-    return kDefaultFix;
+    return true;
 }
 
 gboolean deliverState(gpointer data) {
     auto* m = static_cast<location_manager_h>(data);
     m->pendingState = 0;
+    // The fix was lost meanwhile: the next one brings the service up.
+    if (backendName() == "gpsd" && !orvex_host::location::gpsdFix()) return G_SOURCE_REMOVE;
     if (m->stateCb)
         m->stateCb(
             flag("location_enabled", true) ? LOCATIONS_SERVICE_ENABLED : LOCATIONS_SERVICE_DISABLED,
@@ -123,6 +162,8 @@ void resetLocation() {
         delete m;
     }
     g_managers.clear();
+    orvex_host::location::gpsdStop();
+    g_track = TrackCache{};
     g_enableCb = nullptr;
     g_settingCb = nullptr;
     g_lastFix.reset();
@@ -131,6 +172,46 @@ void resetLocation() {
 [[maybe_unused]] const bool g_reset = orvex_host::onReset(&resetLocation);
 
 bool valid(location_manager_h m) { return m && g_managers.count(m); }
+
+struct InjectedState {
+    location_manager_h manager;
+    int state;
+};
+
+gboolean deliverInjected(gpointer data) {
+    auto* s = static_cast<InjectedState*>(data);
+    if (valid(s->manager) && s->manager->stateCb)
+        s->manager->stateCb(static_cast<location_service_state_e>(s->state), s->manager->stateData);
+    delete s;
+    return G_SOURCE_REMOVE;
+}
+
+void queueState(int state) {
+    for (auto m : g_managers)
+        if (m->started) g_idle_add(deliverInjected, new InjectedState{m, state});
+}
+
+// With gpsd the service is up while it has a fix, as a receiver's is; its fixes are the last
+// known position.
+void gpsdFix(const std::optional<Fix>& fix, bool changed) {
+    if (fix) {
+        g_lastFix = fix;
+        g_lastTime = time(nullptr);
+    }
+    if (changed)
+        queueState(fix && flag("location_enabled", true) ? LOCATIONS_SERVICE_ENABLED
+                                                         : LOCATIONS_SERVICE_DISABLED);
+}
+
+// The gpsd client runs while a manager is started on that back end.
+void updateGpsd() {
+    bool wanted = false;
+    for (auto m : g_managers) wanted = wanted || m->started;
+    if (wanted && backendName() == "gpsd")
+        orvex_host::location::gpsdStart(gpsdHost(), gpsdPort(), &gpsdFix);
+    else
+        orvex_host::location::gpsdStop();
+}
 
 bool isHybrid(location_method_e method) { return method == LOCATIONS_METHOD_HYBRID; }
 
@@ -147,7 +228,14 @@ int position(location_manager_h manager, double* altitude, double* latitude, dou
     } else {
         if (!manager->started || !flag("location_enabled", true))
             return LOCATIONS_ERROR_SERVICE_NOT_AVAILABLE;
-        fix = currentFix(nowSeconds() - manager->startedAt);
+        if (backendName() == "gpsd") {
+            // Until the receiver has a fix there is no position, as on a watch under a roof.
+            auto f = orvex_host::location::gpsdFix();
+            if (!f) return LOCATIONS_ERROR_SERVICE_NOT_AVAILABLE;
+            fix = *f;
+        } else if (!currentFix(nowSeconds() - manager->startedAt, &fix)) {
+            return LOCATIONS_ERROR_SERVICE_NOT_AVAILABLE;
+        }
         when = time(nullptr);
         g_lastFix = fix;
         g_lastTime = when;
@@ -231,6 +319,7 @@ extern "C" int location_manager_destroy(location_manager_h manager) {
     if (manager->pendingState) g_source_remove(manager->pendingState);
     g_managers.erase(manager);
     delete manager;
+    updateGpsd();
     return LOCATIONS_ERROR_NONE;
 }
 
@@ -240,7 +329,10 @@ extern "C" int location_manager_start(location_manager_h manager) {
     if (!flag("location_enabled", true)) return LOCATIONS_ERROR_GPS_SETTING_OFF;
     if (!manager->started) manager->startedAt = nowSeconds();
     manager->started = true;
-    if (!manager->pendingState)
+    updateGpsd();
+    // gpsd reports the service up with its first fix.
+    bool waitForFix = backendName() == "gpsd" && !orvex_host::location::gpsdFix();
+    if (!manager->pendingState && !waitForFix)
         manager->pendingState = g_timeout_add(kServiceDelayMs, deliverState, manager);
     return LOCATIONS_ERROR_NONE;
 }
@@ -253,6 +345,7 @@ extern "C" int location_manager_stop(location_manager_h manager) {
         g_source_remove(manager->pendingState);
         manager->pendingState = 0;
     }
+    updateGpsd();
     return LOCATIONS_ERROR_NONE;
 }
 
@@ -307,12 +400,67 @@ extern "C" int orvex_host_location_set_position(double latitude, double longitud
     return orvex_host::setConfig("location_position", std::string(buf)) ? 0 : -EIO;
 }
 
+extern "C" char* orvex_host_location_track_problem(const char* path) {
+    if (!path) return g_strdup("no track file given");
+    std::string error;
+    if (!orvex_host::location::readTrack(path, &error).empty()) return nullptr;
+    return g_strdup(error.c_str());
+}
+
 extern "C" int orvex_host_location_set_track(const char* path) {
-    if (path && readTrack(path).empty()) return -EINVAL;
-    return orvex_host::setConfig("location_track",
-                                 path ? std::optional<std::string>(path) : std::nullopt)
+    if (path) {
+        char* problem = orvex_host_location_track_problem(path);
+        g_free(problem);
+        if (problem) return -EINVAL;
+    }
+    bool ok = orvex_host::setConfig("location_track",
+                                    path ? std::optional<std::string>(path) : std::nullopt) &&
+              orvex_host::setConfig("location_backend", std::string(path ? "track" : "fixed"));
+    return ok ? 0 : -EIO;
+}
+
+extern "C" int orvex_host_location_set_backend(const char* name) {
+    if (name && strcmp(name, "fixed") != 0 && strcmp(name, "track") != 0 &&
+        strcmp(name, "gpsd") != 0)
+        return -EINVAL;
+    if (name && !strcmp(name, "track") && !orvex_host::config("location_track")) return -ENOENT;
+    return orvex_host::setConfig("location_backend",
+                                 name ? std::optional<std::string>(name) : std::nullopt)
                ? 0
                : -EIO;
+}
+
+extern "C" const char* orvex_host_location_backend(void) {
+    std::string name = backendName();
+    for (const char* known : {"fixed", "track", "gpsd"})
+        if (name == known) return known;
+    return "fixed";
+}
+
+extern "C" char* orvex_host_location_problem(void) {
+    std::string name = backendName();
+    std::string problem;
+    if (name == "gpsd") {
+        problem = orvex_host::location::gpsdProblem();
+    } else if (name == "track") {
+        auto path = orvex_host::config("location_track");
+        problem = path ? track(*path).error : "no track file set";
+    }
+    return problem.empty() ? nullptr : g_strdup(problem.c_str());
+}
+
+extern "C" int orvex_host_location_set_gpsd(const char* host, int port) {
+    if (port < 0 || port > 65535) return -EINVAL;
+    bool ok = orvex_host::setConfig("location_gpsd_host",
+                                    host ? std::optional<std::string>(host) : std::nullopt) &&
+              orvex_host::setConfig(
+                  "location_gpsd_port",
+                  port ? std::optional<std::string>(std::to_string(port)) : std::nullopt);
+    return ok ? 0 : -EIO;
+}
+
+extern "C" char* orvex_host_location_gpsd_address(void) {
+    return g_strdup_printf("%s:%d", gpsdHost().c_str(), gpsdPort());
 }
 
 extern "C" int orvex_host_location_set_supported(int supported) {
@@ -327,24 +475,7 @@ extern "C" int orvex_host_location_set_enable_answer(int accept) {
     return setFlag("location_enable_answer", accept) ? 0 : -EIO;
 }
 
-namespace {
-struct InjectedState {
-    location_manager_h manager;
-    int state;
-};
-gboolean deliverInjected(gpointer data) {
-    auto* s = static_cast<InjectedState*>(data);
-    if (valid(s->manager) && s->manager->stateCb)
-        s->manager->stateCb(static_cast<location_service_state_e>(s->state), s->manager->stateData);
-    delete s;
-    return G_SOURCE_REMOVE;
-}
-}  // namespace
-
-extern "C" void orvex_host_location_inject_state(int state) {
-    for (auto m : g_managers)
-        if (m->started) g_idle_add(deliverInjected, new InjectedState{m, state});
-}
+extern "C" void orvex_host_location_inject_state(int state) { queueState(state); }
 
 extern "C" int orvex_host_location_manager_count(void) {
     return static_cast<int>(g_managers.size());

@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "csv_reader.h"
 #include "host_internal.h"
 #include "orvex_host/control.h"
 #include "orvex_host/sensor_control.h"
@@ -196,6 +197,18 @@ private:
     std::string device_, input_, raw_, scale_, offset_, temp_;
 };
 
+}  // namespace
+
+CsvTable readTrace(const std::string& path) {
+    return readCsv(path, 2, "seconds,hPa",
+                   [](const std::vector<double>& row, const std::vector<double>* previous) {
+                       return previous && row[0] < (*previous)[0] ? std::string("time goes back")
+                                                                  : std::string();
+                   });
+}
+
+namespace {
+
 // "seconds,hPa" rows; the replay starts at the first row when the back end is first read.
 class TraceBackend : public RecordedTrendBackend {
 public:
@@ -204,44 +217,12 @@ public:
             problem = "no trace file configured (sensor_trace)";
             return;
         }
-        std::ifstream in(path);
-        if (!in) {
-            problem = "cannot read the trace file " + path;
+        CsvTable table = readTrace(path);
+        if (!table.error.empty()) {
+            problem = table.error;
             return;
         }
-        std::string line;
-        int number = 0;
-        while (std::getline(in, line)) {
-            ++number;
-            if (!line.empty() && line.back() == '\r') line.pop_back();
-            size_t first = line.find_first_not_of(" \t");
-            if (first == std::string::npos || line[first] == '#') continue;
-            if (rows_.empty() && number == 1 &&
-                !std::isdigit(static_cast<unsigned char>(line[first])) && line[first] != '-' &&
-                line[first] != '.')
-                continue;  // a header
-            double t = 0, hpa = 0;
-            char* end = nullptr;
-            t = strtod(line.c_str(), &end);
-            const char* p = end;
-            while (*p == ' ' || *p == '\t') ++p;
-            bool ok = end != line.c_str() && *p == ',';
-            if (ok) {
-                const char* v = p + 1;
-                hpa = strtod(v, &end);
-                ok = end != v && std::isfinite(hpa) && std::isfinite(t);
-                while (ok && (*end == ' ' || *end == '\t')) ++end;
-                ok = ok && *end == '\0';
-            }
-            if (!ok || (!rows_.empty() && t < rows_.back().first)) {
-                problem = path + ":" + std::to_string(number) +
-                          ": expected \"seconds,hPa\" with times that do not go back";
-                rows_.clear();
-                return;
-            }
-            rows_.emplace_back(t, hpa);
-        }
-        if (rows_.empty()) problem = "the trace file " + path + " has no rows";
+        for (const auto& row : table.rows) rows_.emplace_back(row[0], row[1]);
     }
     ReadResult read(double t, Reading* out) override {
         if (!problem.empty()) return ReadResult::kFailed;
@@ -250,16 +231,22 @@ public:
         double span = rows_.back().first - rows_.front().first;
         if (elapsed < 0) elapsed = 0;
         if (elapsed > span) {
-            if (!loop_) return ReadResult::kEnded;
-            // One row's worth of pause at the end, so that a loop does not repeat the last row's
-            // time as the first one's.
-            double period = span + (rows_.size() > 1 ? span / (rows_.size() - 1) : 1.0);
-            elapsed = std::fmod(elapsed, period);
+            if (!loop_) {
+                // The last row is delivered once even when no reading fell on its time.
+                if (lastDelivered_) return ReadResult::kEnded;
+                elapsed = span;
+            } else {
+                // One row's worth of pause at the end, so that a loop does not repeat the last
+                // row's time as the first one's.
+                double period = span + (rows_.size() > 1 ? span / (rows_.size() - 1) : 1.0);
+                elapsed = std::fmod(elapsed, period);
+            }
         }
         double at = rows_.front().first + elapsed;
         auto it = std::upper_bound(
             rows_.begin(), rows_.end(), at,
             [](double v, const std::pair<double, double>& r) { return v < r.first; });
+        if (it == rows_.end()) lastDelivered_ = true;
         out->hpa = (it == rows_.begin() ? *it : *(it - 1)).second;
         out->celsius = 0.0;
         history_.add(t, out->hpa);
@@ -268,6 +255,7 @@ public:
 
 private:
     bool loop_;
+    bool lastDelivered_ = false;
     double start_ = -1.0;
     std::vector<std::pair<double, double>> rows_;
 };

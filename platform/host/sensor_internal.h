@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "csv_reader.h"
+
 namespace orvex_host {
 namespace sensor {
 
@@ -29,6 +31,8 @@ double pressureTrend(double t);
 // Empty when the back end can deliver; otherwise why not.
 std::string backendProblem();
 std::string backendName();
+// The rows of a trace file ("seconds,hPa", times that do not go back), or why it cannot be used.
+CsvTable readTrace(const std::string& path);
 // Only the model can say what the pressure was before we looked.
 bool canBackfill();
 
