@@ -48,26 +48,15 @@ TEST_F(CsvReaderTest, ReadsEveryRowOrNamesTheFirstBadLine) {
         EXPECT_EQ(*c.error ? path + c.error : "", table.error) << c.text;
         EXPECT_EQ(c.rows, table.rows) << c.text;
     }
-    orvex_host::CsvTable missing = orvex_host::readCsv(write("") + ".gone", 3, "t,x,y");
-    EXPECT_EQ(std::string(orvex_host_data_dir()) +
-                  "/t.csv.gone: cannot read (No such file or "
-                  "directory)",
-              missing.error);
-}
-
-TEST_F(CsvReaderTest, TracesAreCheckedBeforeUse) {
-    const struct {
-        const char* text;
-        const char* problem;  // after "FILE"; empty: usable
-    } cases[] = {
-        {"# walk\nseconds,hPa\n0,1000\n0,1000.5\n10,1001\n", ""},
-        {"0,1000\n10,1001\n5,1002\n", ":3: time goes back"},
-        {"0,1000,20\n", ":1: expected 2 numbers (seconds,hPa)"},
-    };
-    for (const auto& c : cases) {
-        std::string path = write(c.text);
-        const char* problem = orvex_host_sensor_trace_problem(path.c_str());
-        EXPECT_EQ(*c.problem ? path + c.problem : "", problem ? problem : "") << c.text;
+    EXPECT_EQ(write("") + ".gone: cannot read (No such file or directory)",
+              orvex_host::readCsv(write("") + ".gone", 3, "t,x,y").error);
+    // A trace is checked before use: two numbers a row, times that do not go back.
+    for (auto [text, problem] : {std::pair{"# walk\nseconds,hPa\n0,1000\n0,1000.5\n", ""},
+                                 {"0,1000\n10,1001\n5,1002\n", ":3: time goes back"},
+                                 {"0,1000,20\n", ":1: expected 2 numbers (seconds,hPa)"}}) {
+        std::string path = write(text);
+        const char* found = orvex_host_sensor_trace_problem(path.c_str());
+        EXPECT_EQ(*problem ? path + problem : "", found ? found : "") << text;
     }
 }
 

@@ -1,5 +1,4 @@
 // The host's sensor service, its back ends and the recorder as the platform's clients see them.
-#include <glib.h>
 #include <gtest/gtest.h>
 #include <orvex_host/sensor_control.h>
 #include <platform/sensor.h>
@@ -60,10 +59,10 @@ protected:
         EXPECT_EQ(0, orvex_host_sensor_set_trace(path.c_str(), loop));
         return path;
     }
-    // Runs the main loop until a listener of its own has had n events: time for others to fire.
-    void letTimePass(int n = 3) {
+    // Runs the main loop until a listener of its own has had 3 events: time for others to fire.
+    void letTimePass() {
         sensor_listener_h clock = listen(SENSOR_PRESSURE_TREND, 5);
-        ASSERT_TRUE(runUntil([&] { return g_events[clock].size() >= static_cast<size_t>(n); }));
+        ASSERT_TRUE(runUntil([&] { return g_events[clock].size() >= 3; }));
     }
     std::vector<sensor_listener_h> listeners_;
 };
@@ -95,18 +94,13 @@ TEST_F(SensorHostTest, IioDevicesAreFoundAndConvertedFromKilopascals) {
         fs::path root = fs::path(orvex_host_data_dir()) / ("iio" + std::to_string(i));
         fs::create_directories(root / "iio:device0");
         fs::create_directories(root / "iio:device1");
-        std::ofstream(root / "iio:device0" / "name") << "accel\n";
         for (const auto& [name, text] : cases[i].files)
             std::ofstream(root / "iio:device1" / name) << text;
         ASSERT_EQ(0, orvex_host_sensor_set_iio_root(root.c_str()));
         const char* problem = orvex_host_sensor_backend_problem();
-        bool supported = false;
-        sensor_is_supported(SENSOR_PRESSURE, &supported);
-        EXPECT_EQ(cases[i].hpa != 0.0f, supported) << i;
-        if (!supported) {
-            EXPECT_EQ("no IIO pressure device under " + root.string(), problem ? problem : "");
-            continue;
-        }
+        EXPECT_EQ(cases[i].hpa ? "" : "no IIO pressure device under " + root.string(),
+                  problem ? problem : "");
+        if (problem) continue;
         if (listeners_.empty()) listen(SENSOR_PRESSURE);
         sensor_event_s e = readAt(kT + i);
         EXPECT_NEAR(cases[i].hpa, e.values[0], 1e-3) << i;
@@ -194,10 +188,6 @@ TEST_F(SensorHostTest, RecordingBackfillsTheSimsLastSixHoursWithinItsRetention) 
     EXPECT_EQ(0, orvex_host_sensor_record_count(SENSOR_PRESSURE, 0, t - 24 * 3600 - 1));
     EXPECT_EQ(SENSOR_ERROR_ALREADY_STARTED, sensor_recorder_start(SENSOR_PRESSURE, nullptr));
     EXPECT_EQ(SENSOR_ERROR_NONE, sensor_recorder_stop(SENSOR_PRESSURE));
-    trace("0,1001.0\n", true);  // a trace has no past to fill in
-    orvex_host_sensor_set_clock(kT + 7200);
-    ASSERT_EQ(SENSOR_ERROR_NONE, sensor_recorder_start(SENSOR_PRESSURE, nullptr));
-    EXPECT_EQ(1, orvex_host_sensor_record_count(SENSOR_PRESSURE, t + 601, t + 7200));
 }
 
 TEST_F(SensorHostTest, RecordsAreBinnedFromTheAnchorAndDeliveredOneByOne) {

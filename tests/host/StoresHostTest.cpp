@@ -31,10 +31,11 @@ protected:
         EXPECT_EQ(SQLITE_OK, sqlite3_exec(db, sql, nullptr, nullptr, nullptr)) << sql;
         sqlite3_close(db);
     }
-    static std::string key(const char* alias, int* rc) {
+    // "code:value" of a key read.
+    static std::string key(const char* alias) {
         char* data = nullptr;
-        *rc = key_storage_get(alias, &data);
-        std::string out = data ? data : "(none)";
+        int rc = key_storage_get(alias, &data);
+        std::string out = std::to_string(rc) + ":" + (data ? data : "");
         free(data);
         return out;
     }
@@ -73,23 +74,22 @@ TEST_F(StoresHostTest, AnotherConnectionsWritesAreReadAtOnce) {
     ASSERT_EQ(PREFERENCE_ERROR_NONE, preference_get_double("slp", &d));
     EXPECT_EQ(1001.5, d);
 
-    int rc = 0;
+    const std::string none = std::to_string(KEY_STORAGE_ERROR_NO_SUCH_ALIAS) + ":";
     ASSERT_EQ(0, orvex_host_key_set("twc_api_key", "first"));
-    EXPECT_EQ("first", key("twc_api_key", &rc));
+    EXPECT_EQ("0:first", key("twc_api_key"));
     exec("keys.db", "UPDATE secret SET value='second' WHERE alias='twc_api_key'");
-    EXPECT_EQ("second", key("twc_api_key", &rc));
+    EXPECT_EQ("0:second", key("twc_api_key"));
     // A store replaced under the open connection is opened again.
     ASSERT_EQ(0, rename(path("keys.db").c_str(), path("old.db").c_str()));
-    EXPECT_EQ("(none)", key("twc_api_key", &rc));
-    EXPECT_EQ(KEY_STORAGE_ERROR_NO_SUCH_ALIAS, rc);
+    EXPECT_EQ(none, key("twc_api_key"));
     ASSERT_EQ(0, orvex_host_key_set("twc_api_key", "third"));
-    EXPECT_EQ("third", key("twc_api_key", &rc));
+    EXPECT_EQ("0:third", key("twc_api_key"));
 }
 
 TEST_F(StoresHostTest, KeysArePrivateAndAStoreOthersCanReadIsRefused) {
-    int rc = 0;
-    EXPECT_EQ("(none)", key("twc_api_key", &rc));
-    EXPECT_EQ(KEY_STORAGE_ERROR_NO_SUCH_ALIAS, rc);
+    const std::string none = std::to_string(KEY_STORAGE_ERROR_NO_SUCH_ALIAS) + ":";
+    const std::string denied = std::to_string(KEY_STORAGE_ERROR_PERMISSION_DENIED) + ":";
+    EXPECT_EQ(none, key("twc_api_key"));
     ASSERT_EQ(0, orvex_host_key_set("twc_api_key", "s3cret"));
     ASSERT_EQ(0, orvex_host_key_set("another", ""));
     char* aliases = orvex_host_key_aliases();
@@ -97,15 +97,12 @@ TEST_F(StoresHostTest, KeysArePrivateAndAStoreOthersCanReadIsRefused) {
     free(aliases);
     for (mode_t mode : {0640, 0604, 0600}) {
         ASSERT_EQ(0, chmod(path("keys.db").c_str(), mode));
-        std::string value = key("twc_api_key", &rc);
-        EXPECT_EQ(mode == 0600 ? KEY_STORAGE_ERROR_NONE : KEY_STORAGE_ERROR_PERMISSION_DENIED, rc);
-        EXPECT_EQ(mode == 0600 ? "s3cret" : "(none)", value);
+        EXPECT_EQ(mode == 0600 ? "0:s3cret" : denied, key("twc_api_key")) << mode;
         EXPECT_EQ(mode == 0600 ? 0 : KEY_STORAGE_ERROR_PERMISSION_DENIED,
                   orvex_host_key_set("x", "y"));
     }
     ASSERT_EQ(0, orvex_host_key_set("twc_api_key", nullptr));
-    EXPECT_EQ("(none)", key("twc_api_key", &rc));
-    EXPECT_EQ(KEY_STORAGE_ERROR_NO_SUCH_ALIAS, rc);
+    EXPECT_EQ(none, key("twc_api_key"));
 }
 
 }  // namespace
