@@ -31,6 +31,7 @@ TEST_F(CsvReaderTest, ReadsEveryRowOrNamesTheFirstBadLine) {
          {{0, 1.5, -2}, {1, 0.5, 300}},
          ""},
         {"\t7,8,9", {{7, 8, 9}}, ""},
+        {"\357\273\2771,2,3\n", {{1, 2, 3}}, ""},  // after a byte-order mark
         {"", {}, ": no rows"},
         {"t,x,y\nu,v,w\n", {}, ":2: expected 3 numbers (t,x,y)"},
         {"0,1\n", {}, ":1: expected 3 numbers (t,x,y)"},
