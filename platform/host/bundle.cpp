@@ -1,14 +1,24 @@
 // Bundles: ordered string dictionaries.
 #include "platform/bundle.h"
 
+#include <atomic>
 #include <new>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "host_internal.h"
+#include "orvex_host/control.h"
+
+namespace {
+std::atomic<int> g_live{0};
+}
 
 struct _bundle_t {
+    _bundle_t() { ++g_live; }
+    _bundle_t(const _bundle_t& other) : entries(other.entries) { ++g_live; }
+    ~_bundle_t() { --g_live; }
+
     std::vector<std::pair<std::string, std::string>> entries;
 
     std::vector<std::pair<std::string, std::string>>::iterator find(const char* key) {
@@ -66,3 +76,5 @@ extern "C" void bundle_iterate(bundle* b, bundle_iterator_t iter, void* data) {
     if (!b || !iter) return;
     for (const auto& e : b->entries) iter(e.first.c_str(), e.second.c_str(), data);
 }
+
+extern "C" int orvex_host_bundle_count(void) { return g_live.load(); }

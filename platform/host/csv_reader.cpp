@@ -64,6 +64,8 @@ CsvTable readCsv(const std::string& path, size_t columns, const char* rowFormat,
     bool headerAllowed = true;
     for (size_t number = 1; std::getline(in, line); ++number) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
+        // A byte-order mark would hide whether the first line starts with a number.
+        if (number == 1 && line.compare(0, 3, "\xEF\xBB\xBF") == 0) line.erase(0, 3);
         size_t first = line.find_first_not_of(" \t");
         if (first == std::string::npos || line[first] == '#') continue;
         if (headerAllowed) {

@@ -1,4 +1,4 @@
-// Data directory, store, faults, reset and host configuration.
+// Data directory, host store, reset and host configuration.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -7,9 +7,9 @@
 #include <atomic>
 #include <cctype>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <map>
 #include <vector>
 
 #include "host_internal.h"
@@ -18,22 +18,14 @@
 namespace orvex_host {
 namespace {
 
-struct Fault {
-    int skip;       // calls that still succeed before the failures start
-    int remaining;  // -1: until cleared
-    int code;
-};
-
-std::mutex g_faultMutex;
-std::map<std::string, Fault> g_faults;
-// Every platform call asks whether it must fail; almost always nothing is armed, and the answer
-// then needs neither the lock nor a lookup.
-std::atomic<bool> g_faultsArmed{false};
-
 std::mutex g_dirMutex;
 std::string g_dataDir;  // empty: not resolved yet
+std::string g_dirProblem;
 
 sqlite3* g_store = nullptr;
+// Bumped by every change of the configuration this process makes and whenever the store closes.
+std::atomic<unsigned long long> g_configEdits{0};
+std::atomic<long long> g_dataVersion{-1};  // as the last configStamp() read it
 
 std::vector<const char*>& schemas() {
     static std::vector<const char*> list;
@@ -45,6 +37,11 @@ std::vector<void (*)()>& resetHooks() {
     return hooks;
 }
 
+std::vector<void (*)()>& closeHooks() {
+    static std::vector<void (*)()> hooks;
+    return hooks;
+}
+
 std::string defaultDataDir() {
     if (const char* home = getenv("ORVEX_HOST_HOME"); home && *home) return home;
     if (const char* xdg = getenv("XDG_DATA_HOME"); xdg && *xdg) return std::string(xdg) + "/orvex";
@@ -52,49 +49,58 @@ std::string defaultDataDir() {
     return std::string(home && *home ? home : "/tmp") + "/.local/share/orvex";
 }
 
-int makeDirs(const std::string& path) {
-    std::string partial;
-    size_t pos = 0;
-    while (pos != std::string::npos) {
+// Creates what is missing of path, 0700. A directory that already exists keeps its mode: it is the
+// user's, and refused rather than changed when group or others can write to it.
+int makeDirs(const std::string& path, std::string* problem) {
+    bool created = false;
+    for (size_t pos = 0; pos != std::string::npos;) {
         pos = path.find('/', pos + 1);
-        partial = path.substr(0, pos);
+        std::string partial = path.substr(0, pos);
         if (partial.empty()) continue;
-        if (mkdir(partial.c_str(), 0700) != 0 && errno != EEXIST) return -errno;
+        created = mkdir(partial.c_str(), 0700) == 0;
+        if (!created && errno != EEXIST) {
+            int err = errno;
+            *problem = "cannot create the data directory " + path + ": " + strerror(err);
+            return -err;
+        }
     }
-    // A directory we created keeps 0700 even under a permissive umask; an existing one is
-    // tightened.
-    if (chmod(path.c_str(), 0700) != 0) return -errno;
+    // Under a umask that takes the owner's bits, a directory we made would be unusable.
+    if (created && chmod(path.c_str(), 0700) != 0) {
+        int err = errno;
+        *problem = "cannot make the data directory " + path + " private: " + strerror(err);
+        return -err;
+    }
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+        *problem = "the data directory " + path + " is not a directory";
+        return -ENOTDIR;
+    }
+    if (st.st_mode & (S_IWGRP | S_IWOTH)) {
+        *problem = "the data directory " + path + " is writable by group or others; refused";
+        return -EPERM;
+    }
     return 0;
 }
 
 void closeStoreLocked() {
+    storeStatements().clear();
     if (g_store) {
         sqlite3_close_v2(g_store);
         g_store = nullptr;
     }
+    ++g_configEdits;
+    for (auto hook : closeHooks()) hook();
 }
 
 }  // namespace
 
-bool fault(const char* function, int* code) {
-    if (!g_faultsArmed.load(std::memory_order_acquire)) return false;
-    std::lock_guard<std::mutex> lock(g_faultMutex);
-    auto it = g_faults.find(function);
-    if (it == g_faults.end()) return false;
-    if (it->second.skip > 0) {
-        --it->second.skip;
-        return false;
-    }
-    *code = it->second.code;
-    if (it->second.remaining > 0 && --it->second.remaining == 0) {
-        g_faults.erase(it);
-        g_faultsArmed.store(!g_faults.empty(), std::memory_order_release);
-    }
+bool onReset(void (*hook)()) {
+    resetHooks().push_back(hook);
     return true;
 }
 
-bool onReset(void (*hook)()) {
-    resetHooks().push_back(hook);
+bool onStoresClose(void (*hook)()) {
+    closeHooks().push_back(hook);
     return true;
 }
 
@@ -107,9 +113,17 @@ std::string dataDir() {
     std::lock_guard<std::mutex> lock(g_dirMutex);
     if (g_dataDir.empty()) {
         g_dataDir = defaultDataDir();
-        makeDirs(g_dataDir);
+        // Said at once and whatever the log level: nothing the host keeps can be stored.
+        if (makeDirs(g_dataDir, &g_dirProblem) != 0)
+            fprintf(stderr, "orvex host: %s\n", g_dirProblem.c_str());
     }
     return g_dataDir;
+}
+
+std::string dataDirProblem() {
+    dataDir();
+    std::lock_guard<std::mutex> lock(g_dirMutex);
+    return g_dirProblem;
 }
 
 std::string dataPath(const char* name) { return dataDir() + "/" + name; }
@@ -126,11 +140,16 @@ std::recursive_mutex& storeMutex() {
     return m;
 }
 
+StmtCache& storeStatements() {
+    static StmtCache cache;
+    return cache;
+}
+
 sqlite3* store() {
     std::lock_guard<std::recursive_mutex> lock(storeMutex());
     if (g_store) return g_store;
     std::string path = dataPath("host.db");
-    if (!ensurePrivateFile(path)) return nullptr;
+    if (!dataDirProblem().empty() || !ensurePrivateFile(path)) return nullptr;
     sqlite3* db = nullptr;
     if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_FULLMUTEX,
                         nullptr) != SQLITE_OK) {
@@ -166,7 +185,7 @@ std::optional<std::string> config(const std::string& key) {
     std::lock_guard<std::recursive_mutex> lock(storeMutex());
     sqlite3* db = store();
     if (!db) return std::nullopt;
-    Stmt st(db, "SELECT value FROM host_config WHERE key=?");
+    Stmt st(storeStatements(), db, "SELECT value FROM host_config WHERE key=?");
     st.bind(1, key);
     if (st.step() != SQLITE_ROW) return std::nullopt;
     return std::string(reinterpret_cast<const char*>(sqlite3_column_text(st.get(), 0)));
@@ -176,12 +195,59 @@ bool setConfig(const std::string& key, const std::optional<std::string>& value) 
     std::lock_guard<std::recursive_mutex> lock(storeMutex());
     sqlite3* db = store();
     if (!db) return false;
+    ++g_configEdits;
     if (!value) {
-        Stmt st(db, "DELETE FROM host_config WHERE key=?");
+        Stmt st(storeStatements(), db, "DELETE FROM host_config WHERE key=?");
         return st.bind(1, key).step() == SQLITE_DONE;
     }
-    Stmt st(db, "INSERT OR REPLACE INTO host_config(key, value) VALUES(?, ?)");
+    Stmt st(storeStatements(), db, "INSERT OR REPLACE INTO host_config(key, value) VALUES(?, ?)");
     return st.bind(1, key).bind(2, *value).step() == SQLITE_DONE;
+}
+
+ConfigStamp configStamp() {
+    std::lock_guard<std::recursive_mutex> lock(storeMutex());
+    ConfigStamp stamp;
+    sqlite3* db = store();
+    stamp.edits = g_configEdits.load();
+    if (!db) {
+        g_dataVersion = -1;
+        return stamp;
+    }
+    // Changes whenever another connection (another process) has committed to the store.
+    Stmt st(storeStatements(), db, "PRAGMA data_version");
+    if (st.step() == SQLITE_ROW) stamp.dataVersion = sqlite3_column_int64(st.get(), 0);
+    g_dataVersion = stamp.dataVersion;
+    return stamp;
+}
+
+ConfigStamp lastConfigStamp() {
+    ConfigStamp stamp;
+    stamp.edits = g_configEdits.load();
+    stamp.dataVersion = g_dataVersion.load();
+    return stamp;
+}
+
+sqlite3_stmt* StmtCache::get(sqlite3* db, const char* sql) {
+    if (db != db_) {
+        clear();
+        db_ = db;
+    }
+    for (const auto& [text, stmt] : list_)
+        if (text == sql) return stmt;
+    sqlite3_stmt* stmt = nullptr;
+    if (!db ||
+        sqlite3_prepare_v3(db, sql, -1, SQLITE_PREPARE_PERSISTENT, &stmt, nullptr) != SQLITE_OK) {
+        sqlite3_finalize(stmt);
+        return nullptr;
+    }
+    list_.emplace_back(sql, stmt);
+    return stmt;
+}
+
+void StmtCache::clear() {
+    for (const auto& entry : list_) sqlite3_finalize(entry.second);
+    list_.clear();
+    db_ = nullptr;
 }
 
 Stmt::Stmt(sqlite3* db, const char* sql) {
@@ -191,7 +257,17 @@ Stmt::Stmt(sqlite3* db, const char* sql) {
     }
 }
 
-Stmt::~Stmt() { sqlite3_finalize(stmt_); }
+Stmt::Stmt(StmtCache& cache, sqlite3* db, const char* sql)
+    : stmt_(cache.get(db, sql)), kept_(true) {}
+
+Stmt::~Stmt() {
+    if (!kept_) {
+        sqlite3_finalize(stmt_);
+    } else if (stmt_) {
+        sqlite3_reset(stmt_);
+        sqlite3_clear_bindings(stmt_);
+    }
+}
 
 Stmt& Stmt::bind(int i, int v) {
     if (stmt_) sqlite3_bind_int(stmt_, i, v);
@@ -235,15 +311,23 @@ extern "C" const char* orvex_host_data_dir(void) {
     return copy.c_str();
 }
 
+extern "C" const char* orvex_host_data_dir_problem(void) {
+    static thread_local std::string copy;
+    copy = dataDirProblem();
+    return copy.empty() ? nullptr : copy.c_str();
+}
+
 extern "C" int orvex_host_set_data_dir(const char* path) {
     if (path && !*path) return -EINVAL;
+    std::string problem;
     if (path) {
-        if (int rc = makeDirs(path); rc != 0) return rc;
+        if (int rc = makeDirs(path, &problem); rc != 0) return rc;
     }
     std::lock_guard<std::recursive_mutex> storeLock(storeMutex());
     closeStoreLocked();
     std::lock_guard<std::mutex> lock(g_dirMutex);
     g_dataDir = path ? path : "";
+    g_dirProblem.clear();
     return 0;
 }
 
@@ -257,21 +341,4 @@ extern "C" int orvex_host_reset(void) {
     orvex_host_clear_faults();
     for (auto hook : resetHooks()) hook();
     return 0;
-}
-
-extern "C" void orvex_host_fail_next(const char* function, int count, int code) {
-    orvex_host_fail_after(function, 0, count, code);
-}
-
-extern "C" void orvex_host_fail_after(const char* function, int skip, int count, int code) {
-    if (!function || count == 0) return;
-    std::lock_guard<std::mutex> lock(g_faultMutex);
-    g_faults[function] = Fault{skip > 0 ? skip : 0, count < 0 ? -1 : count, code};
-    g_faultsArmed.store(true, std::memory_order_release);
-}
-
-extern "C" void orvex_host_clear_faults(void) {
-    std::lock_guard<std::mutex> lock(g_faultMutex);
-    g_faults.clear();
-    g_faultsArmed.store(false, std::memory_order_release);
 }

@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <string>
 
 #include "host_internal.h"
@@ -14,34 +15,74 @@
 
 namespace {
 
-// Opened per call: secrets are read rarely, and a long-lived handle would outlive permission
-// changes of the file.
+// One connection, kept open with its statements; the file itself is looked at on every call, so
+// that a store made readable to others is refused at once and a replaced one is opened again.
+std::mutex g_keyMutex;
+sqlite3* g_keys = nullptr;
+std::string g_keysPath;
+dev_t g_keysDev = 0;
+ino_t g_keysIno = 0;
+orvex_host::StmtCache g_statements;
+
+void closeKeysLocked() {
+    g_statements.clear();
+    if (g_keys) sqlite3_close_v2(g_keys);
+    g_keys = nullptr;
+    g_keysPath.clear();
+}
+
+void closeKeys() {
+    std::lock_guard<std::mutex> lock(g_keyMutex);
+    closeKeysLocked();
+}
+
+[[maybe_unused]] const bool g_closeHook = orvex_host::onStoresClose(&closeKeys);
+
+// The open store under g_keyMutex; created (0600) when missing if `create`.
 sqlite3* openKeys(bool create, int* error) {
+    if (!orvex_host::dataDirProblem().empty()) {
+        *error = KEY_STORAGE_ERROR_IO_ERROR;
+        return nullptr;
+    }
     std::string path = orvex_host::dataPath("keys.db");
     struct stat st;
     if (stat(path.c_str(), &st) != 0) {
+        closeKeysLocked();
         if (!create) {
             *error = KEY_STORAGE_ERROR_NO_SUCH_ALIAS;
             return nullptr;
         }
-        if (!orvex_host::ensurePrivateFile(path)) {
+        if (!orvex_host::ensurePrivateFile(path) || stat(path.c_str(), &st) != 0) {
             *error = KEY_STORAGE_ERROR_IO_ERROR;
             return nullptr;
         }
     } else if (st.st_mode & 077) {
+        closeKeysLocked();
         *error = KEY_STORAGE_ERROR_PERMISSION_DENIED;
         return nullptr;
     }
+    if (g_keys && path == g_keysPath && st.st_dev == g_keysDev && st.st_ino == g_keysIno)
+        return g_keys;
+    closeKeysLocked();
     sqlite3* db = nullptr;
-    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) != SQLITE_OK) {
+    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_FULLMUTEX,
+                        nullptr) != SQLITE_OK) {
         sqlite3_close_v2(db);
         *error = KEY_STORAGE_ERROR_IO_ERROR;
         return nullptr;
     }
     sqlite3_busy_timeout(db, 5000);
-    sqlite3_exec(db, "CREATE TABLE IF NOT EXISTS secret(alias TEXT PRIMARY KEY, value TEXT NOT NULL)",
+    // Durable like the host store: a write is one transaction that survives a crash whole.
+    sqlite3_exec(db,
+                 "PRAGMA journal_mode=WAL;"
+                 "PRAGMA synchronous=FULL;"
+                 "CREATE TABLE IF NOT EXISTS secret(alias TEXT PRIMARY KEY, value TEXT NOT NULL)",
                  nullptr, nullptr, nullptr);
-    return db;
+    g_keys = db;
+    g_keysPath = path;
+    g_keysDev = st.st_dev;
+    g_keysIno = st.st_ino;
+    return g_keys;
 }
 
 }  // namespace
@@ -49,55 +90,41 @@ sqlite3* openKeys(bool create, int* error) {
 extern "C" int key_storage_get(const char* alias, char** data) {
     ORVEX_HOST_FAULT_RETURN("key_storage_get");
     if (!alias || !*alias || !data) return KEY_STORAGE_ERROR_INVALID_PARAMETER;
+    std::lock_guard<std::mutex> lock(g_keyMutex);
     int error = 0;
     sqlite3* db = openKeys(false, &error);
     if (!db) return error;
-    int rc = KEY_STORAGE_ERROR_NO_SUCH_ALIAS;
-    {
-        orvex_host::Stmt st(db, "SELECT value FROM secret WHERE alias=?");
-        if (st.bind(1, alias).step() == SQLITE_ROW) {
-            const unsigned char* v = sqlite3_column_text(st.get(), 0);
-            char* copy = strdup(v ? reinterpret_cast<const char*>(v) : "");
-            if (copy) {
-                *data = copy;
-                rc = KEY_STORAGE_ERROR_NONE;
-            } else {
-                rc = KEY_STORAGE_ERROR_OUT_OF_MEMORY;
-            }
-        }
-    }
-    sqlite3_close_v2(db);
-    return rc;
+    orvex_host::Stmt st(g_statements, db, "SELECT value FROM secret WHERE alias=?");
+    if (st.bind(1, alias).step() != SQLITE_ROW) return KEY_STORAGE_ERROR_NO_SUCH_ALIAS;
+    const unsigned char* v = sqlite3_column_text(st.get(), 0);
+    char* copy = strdup(v ? reinterpret_cast<const char*>(v) : "");
+    if (!copy) return KEY_STORAGE_ERROR_OUT_OF_MEMORY;
+    *data = copy;
+    return KEY_STORAGE_ERROR_NONE;
 }
 
 extern "C" int orvex_host_key_set(const char* alias, const char* value) {
     if (!alias || !*alias) return KEY_STORAGE_ERROR_INVALID_PARAMETER;
+    std::lock_guard<std::mutex> lock(g_keyMutex);
     int error = 0;
     sqlite3* db = openKeys(true, &error);
     if (!db) return error;
-    int rc;
-    {
-        orvex_host::Stmt st(db, value ? "INSERT OR REPLACE INTO secret(alias, value) VALUES(?, ?)"
-                                      : "DELETE FROM secret WHERE alias=?");
-        st.bind(1, alias);
-        if (value) st.bind(2, value);
-        rc = st.step() == SQLITE_DONE ? 0 : KEY_STORAGE_ERROR_IO_ERROR;
-    }
-    sqlite3_close_v2(db);
-    return rc;
+    orvex_host::Stmt st(g_statements, db,
+                        value ? "INSERT OR REPLACE INTO secret(alias, value) VALUES(?, ?)"
+                              : "DELETE FROM secret WHERE alias=?");
+    st.bind(1, alias);
+    if (value) st.bind(2, value);
+    return st.step() == SQLITE_DONE ? 0 : KEY_STORAGE_ERROR_IO_ERROR;
 }
 
 extern "C" char* orvex_host_key_aliases(void) {
+    std::lock_guard<std::mutex> lock(g_keyMutex);
     int error = 0;
     sqlite3* db = openKeys(false, &error);
     if (!db) return error == KEY_STORAGE_ERROR_NO_SUCH_ALIAS ? strdup("") : nullptr;
     std::string out;
-    {
-        orvex_host::Stmt st(db, "SELECT alias FROM secret ORDER BY alias");
-        while (st.step() == SQLITE_ROW)
-            out += std::string(reinterpret_cast<const char*>(sqlite3_column_text(st.get(), 0))) +
-                   "\n";
-    }
-    sqlite3_close_v2(db);
+    orvex_host::Stmt st(g_statements, db, "SELECT alias FROM secret ORDER BY alias");
+    while (st.step() == SQLITE_ROW)
+        out += std::string(reinterpret_cast<const char*>(sqlite3_column_text(st.get(), 0))) + "\n";
     return strdup(out.c_str());
 }

@@ -4,6 +4,7 @@
 #include <glib.h>
 
 #include <map>
+#include <memory>
 #include <string>
 
 #include "app_registry.h"
@@ -25,10 +26,12 @@ struct Delivery {
     std::string portName;
     std::string remoteAppId;
     bundle* message;
+    ~Delivery() { bundle_free(message); }
 };
 
 gboolean deliver(gpointer data) {
-    auto* d = static_cast<Delivery*>(data);
+    // Owned here, so that a callback that throws leaks neither the delivery nor its bundle.
+    std::unique_ptr<Delivery> d(static_cast<Delivery*>(data));
     // The port may have gone between posting and delivery: the message is then dropped.
     for (const auto& [id, port] : g_ports) {
         if (port.name == d->portName) {
@@ -36,8 +39,6 @@ gboolean deliver(gpointer data) {
             break;
         }
     }
-    bundle_free(d->message);
-    delete d;
     return G_SOURCE_REMOVE;
 }
 

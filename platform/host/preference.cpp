@@ -16,13 +16,16 @@ enum ValueType { kInt = 1, kDouble = 2, kString = 3 };
 
 sqlite3* prefs() { return orvex_host::store(); }
 
+// Statements of the store are prepared once and kept: a read is then a bind and a step.
+orvex_host::StmtCache& kept() { return orvex_host::storeStatements(); }
+
 template <typename Bind>
 int setValue(const char* key, ValueType type, Bind bindValue) {
     if (!key || !*key) return PREFERENCE_ERROR_INVALID_PARAMETER;
     std::lock_guard<std::recursive_mutex> lock(orvex_host::storeMutex());
     sqlite3* db = prefs();
     if (!db) return PREFERENCE_ERROR_IO_ERROR;
-    orvex_host::Stmt st(db,
+    orvex_host::Stmt st(kept(), db,
                         "INSERT OR REPLACE INTO preference(key, type, ival, dval, sval)"
                         " VALUES(?1, ?2, ?3, ?4, ?5)");
     st.bind(1, key).bind(2, static_cast<int>(type));
@@ -65,7 +68,7 @@ extern "C" int preference_get_int(const char* key, int* value) {
     ORVEX_HOST_FAULT_RETURN("preference_get_int");
     if (!key || !*key || !value) return PREFERENCE_ERROR_INVALID_PARAMETER;
     std::lock_guard<std::recursive_mutex> lock(orvex_host::storeMutex());
-    orvex_host::Stmt st(prefs(), kSelect);
+    orvex_host::Stmt st(kept(), prefs(), kSelect);
     int rc = findValue(st, key, kInt);
     if (rc == PREFERENCE_ERROR_NONE) *value = sqlite3_column_int(st.get(), 1);
     return rc;
@@ -75,7 +78,7 @@ extern "C" int preference_get_double(const char* key, double* value) {
     ORVEX_HOST_FAULT_RETURN("preference_get_double");
     if (!key || !*key || !value) return PREFERENCE_ERROR_INVALID_PARAMETER;
     std::lock_guard<std::recursive_mutex> lock(orvex_host::storeMutex());
-    orvex_host::Stmt st(prefs(), kSelect);
+    orvex_host::Stmt st(kept(), prefs(), kSelect);
     int rc = findValue(st, key, kDouble);
     if (rc == PREFERENCE_ERROR_NONE) *value = sqlite3_column_double(st.get(), 2);
     return rc;
@@ -85,7 +88,7 @@ extern "C" int preference_get_string(const char* key, char** value) {
     ORVEX_HOST_FAULT_RETURN("preference_get_string");
     if (!key || !*key || !value) return PREFERENCE_ERROR_INVALID_PARAMETER;
     std::lock_guard<std::recursive_mutex> lock(orvex_host::storeMutex());
-    orvex_host::Stmt st(prefs(), kSelect);
+    orvex_host::Stmt st(kept(), prefs(), kSelect);
     int rc = findValue(st, key, kString);
     if (rc != PREFERENCE_ERROR_NONE) return rc;
     const unsigned char* text = sqlite3_column_text(st.get(), 3);
@@ -101,7 +104,7 @@ extern "C" int preference_remove(const char* key) {
     std::lock_guard<std::recursive_mutex> lock(orvex_host::storeMutex());
     sqlite3* db = prefs();
     if (!db) return PREFERENCE_ERROR_IO_ERROR;
-    orvex_host::Stmt st(db, "DELETE FROM preference WHERE key=?");
+    orvex_host::Stmt st(kept(), db, "DELETE FROM preference WHERE key=?");
     if (st.bind(1, key).step() != SQLITE_DONE) return PREFERENCE_ERROR_IO_ERROR;
     return sqlite3_changes(db) > 0 ? PREFERENCE_ERROR_NONE : PREFERENCE_ERROR_NO_KEY;
 }
@@ -110,7 +113,7 @@ extern "C" int preference_is_existing(const char* key, bool* existing) {
     ORVEX_HOST_FAULT_RETURN("preference_is_existing");
     if (!key || !*key || !existing) return PREFERENCE_ERROR_INVALID_PARAMETER;
     std::lock_guard<std::recursive_mutex> lock(orvex_host::storeMutex());
-    orvex_host::Stmt st(prefs(), "SELECT 1 FROM preference WHERE key=?");
+    orvex_host::Stmt st(kept(), prefs(), "SELECT 1 FROM preference WHERE key=?");
     if (!st.ok()) return PREFERENCE_ERROR_IO_ERROR;
     int rc = st.bind(1, key).step();
     if (rc != SQLITE_ROW && rc != SQLITE_DONE) return PREFERENCE_ERROR_IO_ERROR;

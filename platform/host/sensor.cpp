@@ -77,7 +77,8 @@ bool makeEvent(sensor_type_e type, sensor_event_s* event) {
         return true;
     }
     Reading r;
-    ReadResult rc = orvex_host::sensor::readPressure(t, &r);
+    double trend = 0.0;
+    ReadResult rc = orvex_host::sensor::readPressureAndTrend(t, &r, &trend);
     if (rc == ReadResult::kEnded) return false;
     event->value_count = 4;
     if (rc == ReadResult::kFailed) {
@@ -87,7 +88,7 @@ bool makeEvent(sensor_type_e type, sensor_event_s* event) {
     }
     event->accuracy = SENSOR_DATA_ACCURACY_GOOD;
     event->values[0] = static_cast<float>(r.hpa);
-    event->values[1] = static_cast<float>(orvex_host::sensor::pressureTrend(t) / 3.0);
+    event->values[1] = static_cast<float>(trend / 3.0);
     event->values[2] = static_cast<float>(r.celsius);
     event->values[3] = 1.0f;
     return true;

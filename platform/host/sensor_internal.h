@@ -5,8 +5,6 @@
 
 #include <string>
 
-#include "csv_reader.h"
-
 namespace orvex_host {
 namespace sensor {
 
@@ -26,13 +24,13 @@ struct Reading {
 
 // A reading of the active back end at time t (normally now()).
 ReadResult readPressure(double t, Reading* out);
+// A reading and the trend of the same moment, with one look at the configuration.
+ReadResult readPressureAndTrend(double t, Reading* out, double* trend);
 // Change of the weather's pressure over the last three hours (hPa), from the back end's history.
 double pressureTrend(double t);
 // Empty when the back end can deliver; otherwise why not.
 std::string backendProblem();
 std::string backendName();
-// The rows of a trace file ("seconds,hPa", times that do not go back), or why it cannot be used.
-CsvTable readTrace(const std::string& path);
 // Only the model can say what the pressure was before we looked.
 bool canBackfill();
 

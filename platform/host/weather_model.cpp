@@ -2,7 +2,10 @@
 // sensor and the weather-agent simulator.
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
+#include <mutex>
+#include <optional>
 #include <string>
 
 #include "host_internal.h"
@@ -20,15 +23,33 @@ double modelSlp(double t) {
            2.5 * std::sin(kTwoPi * t / (17.0 * 3600.0) + 1.3);
 }
 
+// A pinned pressure ("weather_slp"), read again only when the configuration changed: the
+// simulated sensor asks several times per event.
+std::optional<double> pinnedSlp(const orvex_host::ConfigStamp& stamp) {
+    static std::mutex mutex;
+    static orvex_host::ConfigStamp seen;
+    static std::optional<double> pinned;
+    std::lock_guard<std::mutex> lock(mutex);
+    if (!(stamp == seen)) {
+        seen = stamp;
+        pinned.reset();
+        if (auto text = orvex_host::config("weather_slp")) {
+            char* end = nullptr;
+            double v = strtod(text->c_str(), &end);
+            if (end != text->c_str() && v > 0.0) pinned = v;
+        }
+    }
+    return pinned;
+}
+
 }  // namespace
 
+double orvex_host::weatherSlp(double t) {
+    return pinnedSlp(lastConfigStamp()).value_or(modelSlp(t));
+}
+
 extern "C" double orvex_host_weather_slp(double t) {
-    if (auto fixed = orvex_host::config("weather_slp")) {
-        char* end = nullptr;
-        double v = strtod(fixed->c_str(), &end);
-        if (end != fixed->c_str() && v > 0.0) return v;
-    }
-    return modelSlp(t);
+    return pinnedSlp(orvex_host::configStamp()).value_or(modelSlp(t));
 }
 
 extern "C" int orvex_host_weather_set_slp(double slp) {

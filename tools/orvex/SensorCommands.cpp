@@ -1,5 +1,6 @@
 // Live pressure, the trend sensor, the pressure recorder and the choice of the sensor back end.
 #include <glib.h>
+#include <orvex_host/control.h>
 #include <orvex_host/sensor_control.h>
 #include <platform/sensor.h>
 
@@ -274,12 +275,19 @@ int runBackend(const Options& options, const Args& args) {
                 rc = orvex_host_sensor_set_iio_root(args.size() == 3 ? args[2].c_str() : nullptr);
         } else if (name == "trace" &&
                    (args.size() == 2 || (args.size() == 3 && args[2] == "--no-loop"))) {
+            // A file that cannot be replayed is refused, and the previous choice stays.
+            if (const char* problem = orvex_host_sensor_trace_problem(args[1].c_str()))
+                return fail(problem);
             rc = orvex_host_sensor_set_backend("trace");
             if (rc == 0) rc = orvex_host_sensor_set_trace(args[1].c_str(), args.size() == 2);
         } else {
             return usageError(kBackend, "expected sim, iio, trace FILE or default");
         }
-        if (rc != 0) return fail("cannot store the choice (error " + std::to_string(rc) + ")");
+        if (rc != 0) {
+            const char* dirProblem = orvex_host_data_dir_problem();
+            return fail(dirProblem ? dirProblem
+                                   : "cannot store the choice (error " + std::to_string(rc) + ")");
+        }
     }
     const char* problem = orvex_host_sensor_backend_problem();
     if (options.json) {

@@ -16,13 +16,22 @@ extern "C" {
 
 /*
  * The directory that holds the host's stores: $ORVEX_HOST_HOME, else $XDG_DATA_HOME/orvex, else
- * ~/.local/share/orvex, unless orvex_host_set_data_dir() chose another. Created 0700 on first use.
+ * ~/.local/share/orvex, unless orvex_host_set_data_dir() chose another. Created 0700 on first use;
+ * an existing directory keeps its mode.
  */
 const char* orvex_host_data_dir(void);
 
 /*
+ * Why the data directory cannot be used (it cannot be created, or group or others can write to an
+ * existing one); NULL when it can. No store opens in a refused directory.
+ */
+const char* orvex_host_data_dir_problem(void);
+
+/*
  * Uses path as the data directory from now on (closing the stores of the previous one). NULL goes
- * back to the directory the environment names, resolved again on next use.
+ * back to the directory the environment names, resolved again on next use. A directory that cannot
+ * be used is refused with a negative errno (-EPERM when group or others can write to it), and the
+ * previous one stays.
  */
 int orvex_host_set_data_dir(const char* path);
 
@@ -54,6 +63,11 @@ size_t orvex_host_log_count(void);
  * end. */
 char* orvex_host_log_line(size_t i, int* prio, char** tag);
 void orvex_host_log_clear(void);
+
+/* ---- Bundles ---- */
+
+/* Bundles created (or duplicated) and not yet freed, in this process. */
+int orvex_host_bundle_count(void);
 
 /* ---- System settings ---- */
 

@@ -25,6 +25,9 @@ const char* orvex_host_sensor_backend(void);
 const char* orvex_host_sensor_backend_problem(void);
 int orvex_host_sensor_set_seed(unsigned int seed);
 int orvex_host_sensor_set_trace(const char* path, int loop);
+/* Why the file cannot be replayed as a trace ("FILE:LINE: ..."); NULL when it can. The text stays
+ * valid until the next call on the same thread. */
+const char* orvex_host_sensor_trace_problem(const char* path);
 int orvex_host_sensor_set_iio_root(const char* path);
 
 /*
