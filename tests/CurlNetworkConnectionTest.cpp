@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -72,8 +71,6 @@ public:
     using CurlNetworkConnection::mMultiSession;
     using CurlNetworkConnection::mPipeIOChannelData;
     using CurlNetworkConnection::mThread;
-    using CurlNetworkConnection::MutexLockImpl;
-    using CurlNetworkConnection::MutexUnlockImpl;
     using CurlNetworkConnection::PipeTransCurlData;
     using CurlNetworkConnection::ResponseHttpRequest;
     using CurlNetworkConnection::SGIOPipeWatchCB;
@@ -282,19 +279,6 @@ TEST_F(CurlEngineTest, HttpsVerifiesTheCaAndResumesTlsSessionsAcrossBursts) {
     EXPECT_TRUE(saw("response 3 secure"));
     EXPECT_EQ(1, good.resumedCount());
     EXPECT_EQ(2, good.acceptedCount());
-}
-
-TEST_F(CurlEngineTest, WorkerReportsMultiFailuresAndCarriesOn) {
-    TestHttpServer server;
-    server.route("/", {200, {}, "still fine"});
-    curlFailNext("curl_multi_perform", 1, CURLM_INTERNAL_ERROR);
-    curlFailNext("curl_multi_fdset", 1, CURLM_INTERNAL_ERROR);
-    engine->HttpRequest(request(1, server.url("/")));
-    ASSERT_TRUE(finishes(1));
-    EXPECT_EQ("response 1 still fine", events.events.back());
-    EXPECT_TRUE(
-        logged(DLOG_ERROR, "Failed multi perform :" + std::to_string(CURLM_INTERNAL_ERROR)));
-    EXPECT_TRUE(logged(DLOG_ERROR, "Failed get multi fd set"));
 }
 
 TEST_F(CurlEngineTest, CancelsTakeRequestsOutAndReportThemAsCompleted) {
@@ -589,63 +573,6 @@ TEST_F(CurlEngineTest, TransfersFailWhenNoWorkerCanStart) {
     engine->CancelAllHttpRequest();
     drainPending();
     EXPECT_EQ("accepted 4", events.events.back());
-}
-
-// The worker's record cannot be posted: it says so and ends, and the engine is recovered by a
-// cancel.
-TEST_F(CurlEngineTest, AWorkerThatCannotPostItsRecordLogsIt) {
-    TestHttpServer server;
-    server.route("/late", {200, {}, "late", false, false, 200});
-    engine->HttpRequest(request(1, server.url("/late")));
-    ASSERT_TRUE(runUntil([&] { return server.heldCount() == 1; }));
-    // Swap the pipe's write end for a descriptor that cannot be written. The swap is made under
-    // the engine's mutex, which the worker takes before it writes.
-    int readOnly = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    ASSERT_GE(readOnly, 0);
-    ASSERT_TRUE(engine->MutexLockImpl(__func__, __LINE__));
-    ASSERT_EQ(engine->mPipeIOChannelData.mWriteFd,
-              dup2(readOnly, engine->mPipeIOChannelData.mWriteFd));
-    ASSERT_TRUE(engine->MutexUnlockImpl(__func__, __LINE__));
-    close(readOnly);
-
-    ASSERT_TRUE(runUntil([&] { return logged(DLOG_ERROR, "Failed write pipe"); }));
-    // The pipe's real write end is gone, which ends the watch.
-    EXPECT_TRUE(logged(DLOG_ERROR, "G_IO_HUP"));
-    EXPECT_EQ((std::vector<std::string>{"accepted 1"}), events.events);
-
-    engine->CancelAllHttpRequest();
-    EXPECT_TRUE(engine->idle());
-    server.route("/", {200, {}, "again"});
-    engine->HttpRequest(request(2, server.url("/")));
-    ASSERT_TRUE(finishes(1));
-    EXPECT_EQ("response 2 again", events.events.back());
-}
-
-void ignoreSignal(int) {}
-
-// A signal that interrupts the worker's wait is logged, and the transfer goes on.
-TEST_F(CurlEngineTest, AnInterruptedWaitIsLoggedAndTheWorkerCarriesOn) {
-    struct sigaction action {};
-    action.sa_handler = &ignoreSignal;  // no SA_RESTART; select is never restarted anyway
-    sigemptyset(&action.sa_mask);
-    struct sigaction saved {};
-    ASSERT_EQ(0, sigaction(SIGUSR2, &action, &saved));
-    std::shared_ptr<void> restore(nullptr, [&](void*) { sigaction(SIGUSR2, &saved, nullptr); });
-
-    TestHttpServer server;
-    server.route("/late", {200, {}, "late", false, false, 600});
-    engine->HttpRequest(request(1, server.url("/late")));
-    ASSERT_TRUE(runUntil([&] { return server.heldCount() == 1; }));
-    // The worker spends nearly all its time waiting here; a signal that lands while it is inside
-    // libcurl is absorbed there, so keep sending until one interrupts the wait.
-    for (int i = 0; i < 50 && !logged(DLOG_ERROR, "select error"); ++i) {
-        ASSERT_NE(0, engine->mThread);
-        pthread_kill(engine->mThread, SIGUSR2);
-        runUntil([] { return logged(DLOG_ERROR, "select error"); }, 5);
-    }
-    EXPECT_TRUE(logged(DLOG_ERROR, "select error"));
-    ASSERT_TRUE(finishes(1));
-    EXPECT_EQ("response 1 late", events.events.back());
 }
 
 TEST_F(CurlEngineTest, WriteCallbackBodyAppendAndTheBodyCap) {

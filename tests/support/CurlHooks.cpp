@@ -18,7 +18,6 @@ std::mutex g_mutex;
 std::string g_caFile;
 std::vector<std::pair<std::string, std::string>> g_redirects;
 std::map<std::string, std::pair<int, int>> g_failures;  // function -> (remaining, code)
-std::map<int, std::pair<int, int>> g_optionFailures;    // option -> (remaining, code)
 std::vector<CurlOptionCall> g_calls;
 
 bool take(std::map<std::string, std::pair<int, int>>& table, const std::string& key, int* code) {
@@ -27,15 +26,6 @@ bool take(std::map<std::string, std::pair<int, int>>& table, const std::string& 
     if (it == table.end()) return false;
     *code = it->second.second;
     if (--it->second.first <= 0) table.erase(it);
-    return true;
-}
-
-bool takeOption(int option, int* code) {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    auto it = g_optionFailures.find(option);
-    if (it == g_optionFailures.end()) return false;
-    *code = it->second.second;
-    if (--it->second.first <= 0) g_optionFailures.erase(it);
     return true;
 }
 
@@ -71,11 +61,6 @@ void curlFailNext(const std::string& function, int count, int code) {
     g_failures[function] = {count, code};
 }
 
-void curlFailOption(int option, int count, int code) {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    g_optionFailures[option] = {count, code};
-}
-
 std::vector<CurlOptionCall> curlOptionCalls() {
     std::lock_guard<std::mutex> lock(g_mutex);
     return g_calls;
@@ -101,7 +86,6 @@ void curlHooksReset() {
     g_redirects.clear();
     g_caFile.clear();
     g_failures.clear();
-    g_optionFailures.clear();
     g_calls.clear();
 }
 
@@ -164,9 +148,6 @@ CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...) {
             pointer = const_cast<char*>(path.c_str());
         }
     }
-    int code;
-    if (orvex_test::takeOption(option, &code)) return static_cast<CURLcode>(code);
-
     using Fn = CURLcode (*)(CURL*, CURLoption, ...);
     static auto fn = orvex_test::real<Fn>("curl_easy_setopt");
     if (isLong) return fn(handle, option, number);

@@ -32,8 +32,6 @@ void curlRedirect(const std::string& from, const std::string& to);
 // Makes the next `count` calls of a hooked function fail: curl_easy_init and curl_multi_init
 // return NULL, the others return `code`.
 void curlFailNext(const std::string& function, int count, int code = 1);
-// Makes the next `count` curl_easy_setopt calls for `option` fail with `code`.
-void curlFailOption(int option, int count, int code);
 
 // Options set through curl_easy_setopt since the last curlHooksReset(), in call order.
 std::vector<CurlOptionCall> curlOptionCalls();

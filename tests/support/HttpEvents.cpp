@@ -55,7 +55,6 @@ void ClientEvents::OnHttpResponseCompleted(int requestId, unsigned char* data, i
 
 void ClientEvents::OnHttpResponseFailed(int requestId) {
     events.push_back("response failed " + std::to_string(requestId));
-    failedIds.push_back(requestId);
     ++finished;
 }
 

@@ -41,7 +41,6 @@ public:
     std::map<int, std::string> bodies;
     // Whether the data pointer of each completed response was null.
     std::map<int, bool> nullData;
-    std::vector<int> failedIds;
     int finished = 0;
 };
 

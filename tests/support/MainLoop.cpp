@@ -26,10 +26,6 @@ bool runUntil(const std::function<bool()>& cond, int timeoutMs) {
     return cond();
 }
 
-void runFor(int ms) {
-    runUntil([] { return false; }, ms);
-}
-
 void drainPending() {
     while (g_main_context_iteration(nullptr, FALSE)) {
     }

@@ -9,9 +9,6 @@ namespace orvex_test {
 // Iterates the default main context until cond() holds or timeoutMs passes; returns cond().
 bool runUntil(const std::function<bool()>& cond, int timeoutMs = 5000);
 
-// Iterates the default main context for the given time (for "nothing else happens" checks).
-void runFor(int ms);
-
 // Dispatches whatever is ready now without blocking.
 void drainPending();
 
