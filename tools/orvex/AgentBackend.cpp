@@ -1,28 +1,23 @@
 // The weather agent's back end: the simulator or Open-Meteo.
 #include "AgentBackend.h"
 
-#include <glib.h>
 #include <orvex_host/app_control_control.h>
 
 #include <iostream>
 
 namespace orvex_tool {
-namespace {
 
-const char* const kUsage =
-    "[sim | open-meteo [--url URL]]\n\n"
-    "  sim         the simulated weather agent (the default; see 'orvex agent')\n"
+const char* const kAgentBackendUsage =
+    "       orvex agent backend [sim | open-meteo [--url URL]]\n"
+    "  sim         the simulated weather agent (the default)\n"
     "  open-meteo  the current sea-level pressure at the location service's position from the\n"
     "              keyless Open-Meteo forecast API, over HTTPS (URL defaults to\n"
     "              https://api.open-meteo.com)\n"
     "The environment variable ORVEX_HOST_AGENT_BACKEND wins over the stored choice.";
 
-// Until the integration gives 'orvex agent backend' its place under 'orvex agent'.
-const Command kAgentBackend{"agent-backend",
-                            "show or choose where the weather agent's answers come from", kUsage,
-                            runAgentBackend};
-[[maybe_unused]] const bool registered = addCommand(kAgentBackend);
-
+namespace {
+// 'agent backend' lives under 'agent': a usage error points at that command's help.
+const Command kAgent{"agent", "", kAgentBackendUsage, runAgentBackend};
 }  // namespace
 
 int runAgentBackend(const Options& options, const Args& args) {
@@ -37,20 +32,17 @@ int runAgentBackend(const Options& options, const Args& args) {
         rc = orvex_host_agent_set_backend("open-meteo");
         if (rc == 0) rc = orvex_host_agent_set_url(args.size() == 3 ? args[2].c_str() : nullptr);
     } else if (!args.empty()) {
-        return usageError(kAgentBackend, "expected sim or open-meteo [--url URL]");
+        return usageError(kAgent, "expected backend sim or open-meteo [--url URL]");
     }
     if (rc != 0) return fail("cannot store the choice (error " + std::to_string(rc) + ")");
 
     const std::string backend = orvex_host_agent_backend();
     const bool real = backend == "open-meteo";
     if (options.json) {
-        Json j;
-        j.add("backend", backend);
-        if (real)
-            j.add("url", orvex_host_agent_url());
-        else
-            j.addNull("url");
-        std::cout << j.str() << "\n";
+        JsonLine()
+            .add("backend", backend)
+            .add("url", real ? orvex_host_agent_url() : nullptr)
+            .print();
     } else if (real) {
         printRows({{"backend", backend}, {"url", orvex_host_agent_url()}});
     } else {
@@ -61,16 +53,14 @@ int runAgentBackend(const Options& options, const Args& args) {
                : fail("unknown back end '" + backend + "' (sim or open-meteo)");
 }
 
-AgentFailureWatch::AgentFailureWatch(GMainLoop* loop) : loop_(loop) {
+AgentFailureWatch::AgentFailureWatch() {
     orvex_host_agent_on_problem(&AgentFailureWatch::onProblem, this);
 }
 
 AgentFailureWatch::~AgentFailureWatch() { orvex_host_agent_on_problem(nullptr, nullptr); }
 
 void AgentFailureWatch::onProblem(const char* why, void* self) {
-    auto* watch = static_cast<AgentFailureWatch*>(self);
-    watch->reason_ = why;
-    if (watch->loop_) g_main_loop_quit(watch->loop_);
+    static_cast<AgentFailureWatch*>(self)->reason_ = why && *why ? why : "no reason given";
 }
 
 }  // namespace orvex_tool

@@ -6,19 +6,21 @@
 
 #include "Tool.h"
 
-typedef struct _GMainLoop GMainLoop;
-
 namespace orvex_tool {
+
+// Usage lines of 'agent backend', for the agent command's help.
+extern const char* const kAgentBackendUsage;
 
 // `orvex agent backend [sim | open-meteo [--url URL]]`, given the arguments after "backend":
 // stores the choice when one is given, then shows the back end in use.
 int runAgentBackend(const Options& options, const Args& args);
 
-// While alive, quits `loop` as soon as the weather agent gives up on a request (a failed fetch,
-// an unknown back end); reason() then says why, and is empty while nothing went wrong.
+// While alive, notes when the weather agent gives up on a request (a failed fetch, an unknown back
+// end); reason() then says why, and is empty while nothing went wrong. The note is made on the
+// main loop, so a waitFor() condition sees it at once.
 class AgentFailureWatch {
 public:
-    explicit AgentFailureWatch(GMainLoop* loop);
+    AgentFailureWatch();
     ~AgentFailureWatch();
     AgentFailureWatch(const AgentFailureWatch&) = delete;
     AgentFailureWatch& operator=(const AgentFailureWatch&) = delete;
@@ -28,7 +30,6 @@ public:
 private:
     static void onProblem(const char* why, void* self);
 
-    GMainLoop* loop_;
     std::string reason_;
 };
 

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "AgentBackend.h"
 #include "IOrvexWeatherListener.h"
 #include "OrvexAltitudeMgr.h"
 #include "OrvexLocationMgr.h"
@@ -43,16 +44,21 @@ const Command kCalibrate{
     runCalibrate};
 const Command kHistory{"history", "show the calibration history and the last calibration", "",
                        runHistory};
-const Command kAgent{
-    "agent", "show or configure the simulated weather agent",
-    "[set [--pressure TEXT] [--age SECONDS] [--missing KEY] [--empty KEY] [--silent] | reset]\n\n"
+// The usage text is put together at start, with the lines of 'agent backend'.
+const std::string kAgentUsage =
+    std::string(
+        "[set [--pressure TEXT] [--age SECONDS] [--missing KEY] [--empty KEY] [--silent] | "
+        "reset]\n") +
+    kAgentBackendUsage +
+    "\n\n"
     "  --pressure TEXT  send TEXT as \"pressure\" (9999: no sea-level pressure here)\n"
     "  --age SECONDS    make the observation that old (over 3600 counts as stale)\n"
     "  --missing KEY    leave \"refreshedTime\" or \"pressure\" out of the answer\n"
     "  --empty KEY      send that entry empty\n"
     "  --silent         take requests but never answer\n"
-    "reset goes back to a prompt agent that reports the simulated weather.",
-    runAgent};
+    "set and reset configure the simulated agent; reset goes back to a prompt agent that reports\n"
+    "the simulated weather.";
+const Command kAgent{"agent", "show or configure the weather agent", kAgentUsage.c_str(), runAgent};
 
 [[maybe_unused]] const bool registered =
     addCommand(kCalibrate) && addCommand(kHistory) && addCommand(kAgent);
@@ -167,15 +173,18 @@ int calibrateFromAgent(const Options& options, const Args& args) {
     OrvexStorageMgr* store = OrvexStorageMgr::getInstance();
     AgentListener listener;
     OrvexWeather weather(&listener);
+    AgentFailureWatch watch;
     if (!weather.requestWeatherInfo())
         return fail("the weather agent could not be asked (see -v for the platform's error)");
     WaitEnd end;
     try {
-        end = waitFor([&] { return listener.result >= 0; }, timeoutMs);
+        end = waitFor([&] { return listener.result >= 0 || !watch.reason().empty(); }, timeoutMs);
     } catch (const std::exception& e) {
         return fail(std::string("the weather agent's answer is not readable (") + e.what() + ")");
     }
     if (end == WaitEnd::Interrupted) return interruptedExit();
+    if (listener.result < 0 && !watch.reason().empty())
+        return fail("the weather agent could not answer: " + watch.reason());
     if (end == WaitEnd::TimedOut)
         return fail("the weather agent did not answer within " + secondsText(timeoutMs) + " s");
     if (listener.result != 0) return fail(resultMeaning(listener.result));
@@ -360,6 +369,8 @@ int runHistory(const Options& options, const Args& args) {
 constexpr gint64 kNoAge = G_MININT64;
 
 int runAgent(const Options& options, const Args& args) {
+    if (!args.empty() && args[0] == "backend")
+        return runAgentBackend(options, Args(args.begin() + 1, args.end()));
     if (!args.empty() && args[0] == "reset") {
         if (args.size() != 1) return usageError(kAgent, "reset takes no arguments");
         if (orvex_host_agent_reset() != 0) return fail("cannot store the agent's settings");
@@ -394,7 +405,7 @@ int runAgent(const Options& options, const Args& args) {
         g_free(empty);
         if (rc != 0) return rc;
     } else if (!args.empty()) {
-        return usageError(kAgent, "expected set or reset");
+        return usageError(kAgent, "expected set, reset or backend");
     }
     double slp = orvex_host_weather_slp(static_cast<double>(time(nullptr)));
     if (options.json) {

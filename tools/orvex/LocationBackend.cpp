@@ -63,13 +63,10 @@ int runLocationBackend(const Options& options, const Args& args) {
     std::string backend = orvex_host_location_backend();
     std::string source = backend == "gpsd" ? gpsdAddress() : "";
     if (options.json) {
-        Json j;
-        j.add("backend", backend);
-        if (source.empty())
-            j.addNull("gpsd");
-        else
-            j.add("gpsd", source);
-        std::cout << j.str() << "\n";
+        JsonLine()
+            .add("backend", backend)
+            .add("gpsd", source.empty() ? nullptr : source.c_str())
+            .print();
     } else {
         std::vector<std::pair<std::string, std::string>> rows{{"backend", backend}};
         if (!source.empty()) rows.emplace_back("gpsd", source);
@@ -92,18 +89,4 @@ int runLocationTrack(const Options&, const Args& args) {
     return rc == 0 ? 0 : fail("cannot store the choice (error " + std::to_string(rc) + ")");
 }
 
-namespace {
-
-// Until 'location backend' and 'location track' call the functions above.
-int runTemporary(const Options& options, const Args& args) {
-    if (!args.empty() && args[0] == "track")
-        return runLocationTrack(options, Args(args.begin() + 1, args.end()));
-    return runLocationBackend(options, args);
-}
-
-[[maybe_unused]] const bool registered =
-    addCommand({"location-backend", "show or choose where the position comes from (temporary)",
-                "[fixed | track | gpsd [--host H] [--port P] | track FILE]", runTemporary});
-
-}  // namespace
 }  // namespace orvex_tool

@@ -8,6 +8,7 @@
 #include <iostream>
 #include <string>
 
+#include "LocationBackend.h"
 #include "OrvexLocationMgr.h"
 #include "OrvexLogging.h"
 #include "Tool.h"
@@ -18,15 +19,20 @@ namespace {
 int runLocation(const Options& options, const Args& args);
 int runUsage(const Options& options, const Args& args);
 
-const Command kLocation{
-    "location", "read the position from the location service",
-    "[--timeout SECONDS]\n"
-    "       orvex location set LATITUDE LONGITUDE [ALTITUDE_M]\n"
-    "       orvex location track FILE | track none\n\n"
+// The usage text is put together at start, with the lines of 'location backend'.
+const std::string kLocationUsage =
+    std::string(
+        "[--timeout SECONDS]\n"
+        "       orvex location set LATITUDE LONGITUDE [ALTITUDE_M]\n"
+        "       orvex location track FILE | track none\n") +
+    kLocationBackendUsage +
+    "\n\n"
     "Enables location if it is off, starts the location manager and prints the position once the\n"
-    "service is up. 'set' configures the host's position, 'track' replays a CSV file of\n"
-    "\"seconds,latitude,longitude,altitude\" rows instead.",
-    runLocation};
+    "service is up. 'set' configures the host's position, 'track' replays a track instead: a GPX\n"
+    "file of track points with elevation and time, or a CSV file of\n"
+    "\"seconds,latitude,longitude,altitude\" rows.";
+const Command kLocation{"location", "read the position from the location service",
+                        kLocationUsage.c_str(), runLocation};
 const Command kUsage{
     "usage", "list the usage events logged, or log one",
     "[send TYPE [--extra TEXT] [--value N]]\n\n"
@@ -70,7 +76,11 @@ int readPosition(const Options& options, guint timeoutMs) {
     if (end == WaitEnd::Interrupted) {
         result = interruptedExit();
     } else if (end == WaitEnd::TimedOut) {
-        result = fail("the location service did not come up in time");
+        // The back end may know why: gpsd unreachable, no fix yet, a track it cannot read.
+        char* why = orvex_host_location_problem();
+        result = fail(std::string("the location service did not come up in time") +
+                      (why ? std::string(" (") + why + ")" : ""));
+        g_free(why);
     } else if (!listener.available) {
         result = fail("location stays off: enabling it was refused");
     } else if (mgr->getCurrentPosition(&lat, &lon, &alt) != 0) {
@@ -97,11 +107,10 @@ int runLocation(const Options& options, const Args& args) {
         orvex_host_location_set_track(nullptr);
         return 0;
     }
-    if (!args.empty() && args[0] == "track") {
-        if (args.size() != 2) return usageError(kLocation, "expected: track FILE | track none");
-        if (orvex_host_location_set_track(args[1] == "none" ? nullptr : args[1].c_str()) != 0)
-            return fail("'" + args[1] + "' holds no \"seconds,latitude,longitude,altitude\" rows");
-        return 0;
+    if (!args.empty() && (args[0] == "track" || args[0] == "backend")) {
+        Args rest(args.begin() + 1, args.end());
+        return args[0] == "track" ? runLocationTrack(options, rest)
+                                  : runLocationBackend(options, rest);
     }
     guint timeoutMs = 5000;
     if (args.size() == 2 && args[0] == "--timeout") {

@@ -2,7 +2,6 @@
 #include "RecordedExport.h"
 
 #include <glib.h>
-#include <orvex_host/sensor_control.h>
 
 #include <algorithm>
 #include <cmath>
@@ -10,9 +9,7 @@
 #include <fstream>
 #include <iostream>
 #include <regex>
-#include <sstream>
 
-#include "OrvexSensor.h"
 #include "OrvexStorageMgr.h"
 
 namespace orvex_tool {
@@ -74,46 +71,6 @@ std::vector<long long> calibrationTimes(OrvexStorageMgr* store) {
     std::sort(times.begin(), times.end());
     times.erase(std::unique(times.begin(), times.end()), times.end());
     return times;
-}
-
-class RecordListener : public IOrvexSensorListener {
-public:
-    bool onBarometricPressure(float) override { return true; }
-    bool onBarometricTrendIndicator(float) override { return true; }
-    bool onRecordedPressure(long long time, double pressure) override {
-        records.emplace_back(time, pressure);
-        return true;
-    }
-    bool onRecorderCBComplete() override {
-        complete = true;
-        return true;
-    }
-    Records records;
-    bool complete = false;
-};
-
-int runExportCommand(const Options& options, const Args& args);
-
-// Until the integration lets 'orvex recorded' take --csv and --svg itself.
-const Command kExport{"recorded-export", "the recorded six hours as CSV or as an SVG chart",
-                      "--csv | --svg FILE\n\n"
-                      "--csv writes time (UTC), hPa and altitude rows to stdout; --svg writes a "
-                      "chart\nwith the calibrations marked to FILE.",
-                      runExportCommand};
-[[maybe_unused]] const bool registered = addCommand(kExport);
-
-int runExportCommand(const Options& options, const Args& args) {
-    if (!wantsRecordedExport(args)) return usageError(kExport, "expected --csv or --svg FILE");
-    if (!initialiseStore()) return fail("cannot create the settings store");
-    RecordListener listener;
-    OrvexSensor sensor(&listener);
-    if (!sensor.startSensorRecorder()) return fail("cannot start the pressure recorder");
-    if (!sensor.getSensorRecorder(static_cast<long>(orvex_host_sensor_now())))
-        return fail("the recorder refused the read");
-    orvex_host_sensor_read_info read{};
-    orvex_host_sensor_recorder_last_read(&read);
-    while (read.records > 0 && !listener.complete) g_main_context_iteration(nullptr, TRUE);
-    return runRecordedExport(options, args, listener.records);
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 
 #include "OrvexSensor.h"
 #include "OrvexStorageMgr.h"
+#include "RecordedExport.h"
 #include "Tool.h"
 
 namespace orvex_tool {
@@ -32,11 +33,12 @@ const Command kLive{
     runLive};
 const Command kRecorded{
     "recorded", "chart the recorded pressure of the last six hours",
-    "\n\n"
+    "[--csv | --svg FILE]\n\n"
     "Starts the pressure recorder if it is not running, reads the last six hours in two-minute\n"
     "records and draws them as one line of blocks between their minimum and maximum. With the\n"
     "sim back end the recorder fills in the hours it missed, so a fresh machine has a chart.\n"
-    "--json prints the records.",
+    "--json prints the records. --csv writes them as time (UTC), hPa and altitude rows to stdout;\n"
+    "--svg writes a chart with the calibrations marked to FILE.",
     runRecorded};
 const Command kChart{"chart", "the same as 'recorded'", "\n\nSee 'orvex recorded --help'.",
                      runRecorded};
@@ -210,7 +212,8 @@ std::string chartLine(const std::vector<double>& values, double lo, double hi) {
 }
 
 int runRecorded(const Options& options, const Args& args) {
-    if (!args.empty()) return usageError(kRecorded, "takes no arguments");
+    if (!args.empty() && !wantsRecordedExport(args))
+        return usageError(kRecorded, "expected nothing, --csv or --svg FILE");
     if (!initialiseStore()) return fail("cannot create the settings store");
     const int pUnit = OrvexStorageMgr::getInstance()->getSettingPressure();
     ToolListener listener;
@@ -224,6 +227,7 @@ int runRecorded(const Options& options, const Args& args) {
     if (read.records > 0 && waitFor([&] { return listener.complete; }, 0) == WaitEnd::Interrupted)
         return interruptedExit();
     if (listener.records.empty()) return fail("no pressure was recorded in the last six hours");
+    if (!args.empty()) return runRecordedExport(options, args, listener.records);
 
     std::vector<double> values;
     for (const auto& r : listener.records) values.push_back(hpaTo(pUnit, r.second));

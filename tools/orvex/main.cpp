@@ -86,6 +86,8 @@ int main(int argc, char** argv) {
         printCommandHelp(*command);
         return 0;
     }
+    // A refused data directory opens no store: every command would fail on it, some silently.
+    if (const char* problem = orvex_host_data_dir_problem()) return fail(problem);
     args.erase(args.begin());
     int rc = command->run(options, args);
     // The application's stop: every singleton goes, the HTTP engine cancelling what is left.
