@@ -83,19 +83,24 @@ TEST_F(StorageTest, FirstStartWritesTheDefaultsAndTakesUnitsFromTheCountry) {
 }
 
 TEST_F(StorageTest, LaterStartsKeepTheDataAndRefillWhatAKilledFirstStartLeftOut) {
-    // The missing key (-1: none) and what it reads afterwards: on this US device the undecided
-    // unit markers are resolved at once.
-    const std::pair<int, const char*> cases[] = {{-1, ""}, {1, "1"},       {2, "1"},  {3, "0"},
-                                                 {4, "0"}, {5, "1013.25"}, {6, "''"}, {7, "''"},
-                                                 {8, "0"}, {9, "0"}};
-    for (const auto& [missing, refilled] : cases) {
+    // The key that is missing (-1: none) or holds a unit marker left behind, and what it reads
+    // afterwards: on this US device the markers are resolved at once.
+    const struct {
+        int key;
+        int marker;  // 0: the key is missing
+        const char* after;
+    } cases[] = {{-1, 0, ""}, {1, 0, "1"},       {2, 0, "1"},  {3, 0, "0"},
+                 {4, 0, "0"}, {5, 0, "1013.25"}, {6, 0, "''"}, {7, 0, "''"},
+                 {8, 0, "0"}, {9, 0, "0"},       {1, 2, "1"},  {2, 3, "1"}};
+    for (const auto& [missing, marker, refilled] : cases) {
         fresh("US");
         store->initStorage();
         use();
         ASSERT_EQ(kUsed, snapshot());
         Lines expected = kUsed;
         if (missing >= 0) {
-            ASSERT_EQ(0, preference_remove(kKeys[missing]));
+            ASSERT_EQ(0, marker ? preference_set_int(kKeys[missing], marker)
+                                : preference_remove(kKeys[missing]));
             expected[missing] = refilled;
         }
         clearLog();
@@ -172,7 +177,6 @@ TEST_F(StorageTest, ConversionsFollowTheStandardAtmosphere) {
         EXPECT_NEAR(pressure, store->getBarovalue(altitude), 0.1) << altitude;
         EXPECT_NEAR(1013.25, store->getManualSLP(altitude, pressure), 0.1) << altitude;
     }
-    EXPECT_EQ(1013.25, store->getDefaultSLP());
     EXPECT_EQ(898.7, store->getBarovalue(1000.0));  // 898.76 is cut to tenths, not rounded
     EXPECT_EQ(0.0, store->getBarovalue(50000.0));   // above the model's top: NaN becomes 0
     store->saveDataSLP(1020.0);
