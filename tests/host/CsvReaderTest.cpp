@@ -11,14 +11,13 @@
 
 namespace {
 
-class CsvReaderTest : public orvex_test::HostTest {
-protected:
-    std::string write(const std::string& text) {
-        std::string path = std::string(orvex_host_data_dir()) + "/t.csv";
-        std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
-        return path;
-    }
-};
+std::string write(const std::string& text) {
+    std::string path = std::string(orvex_host_data_dir()) + "/t.csv";
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+}
+
+using CsvReaderTest = orvex_test::HostTest;
 
 TEST_F(CsvReaderTest, ReadsEveryRowOrNamesTheFirstBadLine) {
     using Rows = std::vector<std::vector<double>>;
