@@ -14,12 +14,10 @@ using Position = std::vector<double>;  // latitude, longitude, altitude; empty: 
 
 namespace {
 
-// Recorded files beside the repository (a worktree sits one level deeper).
+// Recorded files beside the repository.
 std::string board(const std::string& name) {
-    std::string dir = std::string(__FILE__).substr(0, std::string(__FILE__).rfind("/tests/")) +
-                      "/../shared/reference-data/board/";
-    if (!g_file_test(dir.c_str(), G_FILE_TEST_IS_DIR)) dir.insert(dir.rfind("/../shared"), "/..");
-    return dir + name;
+    return std::string(__FILE__).erase(std::string(__FILE__).rfind("/tests/")) +
+           "/../shared/reference-data/board/" + name;
 }
 
 std::string write(const std::string& name, const std::string& text) {

@@ -3,10 +3,8 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
-#include <cstdio>
 
-#include <cstdlib>
-#include <functional>
+#include <cstdio>
 #include <string>
 
 #include <orvex_host/control.h>
@@ -15,6 +13,8 @@
 #include <platform/key_storage.h>
 
 #include "HostFixture.h"
+
+using orvex_test::adopt;
 
 namespace {
 
@@ -35,74 +35,58 @@ protected:
     static std::string key(const char* alias) {
         char* data = nullptr;
         int rc = key_storage_get(alias, &data);
-        std::string out = std::to_string(rc) + ":" + (data ? data : "");
-        free(data);
-        return out;
+        return std::to_string(rc) + ":" + adopt(data);
     }
 };
 
-TEST_F(StoresHostTest, PreferencesKeepTheirTypeAndAnswerEachFailureDistinctly) {
+TEST_F(StoresHostTest, PreferencesKeepTypeAndValueAcrossAReopenAndAnotherConnection) {
     ASSERT_EQ(PREFERENCE_ERROR_NONE, preference_set_int("i", -42));
     ASSERT_EQ(PREFERENCE_ERROR_NONE, preference_set_double("d", 1013.25));
     ASSERT_EQ(PREFERENCE_ERROR_NONE, preference_set_string("s", "T:1;P+2.0 \xc3\xa9"));
+    ASSERT_EQ(0, orvex_host_set_data_dir(path("").c_str()));  // closes and opens again
     int i = 0;
     double d = 0;
     char* s = nullptr;
-    const std::pair<std::function<int()>, int> cases[] = {
-        {[&] { return preference_get_int("i", &i); }, PREFERENCE_ERROR_NONE},
-        {[&] { return preference_get_double("d", &d); }, PREFERENCE_ERROR_NONE},
-        {[&] { return preference_get_string("s", &s); }, PREFERENCE_ERROR_NONE},
-        {[&] { return preference_get_double("x", &d); }, PREFERENCE_ERROR_NO_KEY},
-        {[&] { return preference_get_double("i", &d); }, PREFERENCE_ERROR_TYPE_MISMATCH},
-        {[&] { return preference_get_int("s", &i); }, PREFERENCE_ERROR_TYPE_MISMATCH},
-        {[&] { return preference_set_string("s", nullptr); }, PREFERENCE_ERROR_INVALID_PARAMETER},
-        {[&] { return preference_remove("i"); }, PREFERENCE_ERROR_NONE},
-        {[&] { return preference_remove("i"); }, PREFERENCE_ERROR_NO_KEY},
-    };
-    for (size_t n = 0; n < std::size(cases); ++n) EXPECT_EQ(cases[n].second, cases[n].first()) << n;
+    EXPECT_EQ(PREFERENCE_ERROR_NONE, preference_get_int("i", &i));
+    EXPECT_EQ(PREFERENCE_ERROR_NONE, preference_get_string("s", &s));
     EXPECT_EQ(-42, i);
-    EXPECT_EQ(1013.25, d);
-    EXPECT_STREQ("T:1;P+2.0 \xc3\xa9", s);
-    free(s);
-}
-
-TEST_F(StoresHostTest, AnotherConnectionsWritesAreReadAtOnce) {
-    double d = 0;
-    ASSERT_EQ(PREFERENCE_ERROR_NONE, preference_set_double("slp", 1000.0));
-    ASSERT_EQ(PREFERENCE_ERROR_NONE, preference_get_double("slp", &d));
-    exec("host.db", "UPDATE preference SET dval=1001.5 WHERE key='slp'");
-    ASSERT_EQ(PREFERENCE_ERROR_NONE, preference_get_double("slp", &d));
+    EXPECT_EQ("T:1;P+2.0 \xc3\xa9", adopt(s));
+    const int failures[][2] = {
+        {preference_get_double("x", &d), PREFERENCE_ERROR_NO_KEY},
+        {preference_get_double("i", &d), PREFERENCE_ERROR_TYPE_MISMATCH},
+        {preference_get_int("s", &i), PREFERENCE_ERROR_TYPE_MISMATCH},
+        {preference_set_string("s", nullptr), PREFERENCE_ERROR_INVALID_PARAMETER},
+        {preference_remove("i"), PREFERENCE_ERROR_NONE},
+        {preference_remove("i"), PREFERENCE_ERROR_NO_KEY},
+    };
+    for (const auto& [got, expected] : failures) EXPECT_EQ(expected, got);
+    exec("host.db", "UPDATE preference SET dval=1001.5 WHERE key='d'");
+    ASSERT_EQ(PREFERENCE_ERROR_NONE, preference_get_double("d", &d));
     EXPECT_EQ(1001.5, d);
-
-    const std::string none = std::to_string(KEY_STORAGE_ERROR_NO_SUCH_ALIAS) + ":";
-    ASSERT_EQ(0, orvex_host_key_set("twc_api_key", "first"));
-    EXPECT_EQ("0:first", key("twc_api_key"));
-    exec("keys.db", "UPDATE secret SET value='second' WHERE alias='twc_api_key'");
-    EXPECT_EQ("0:second", key("twc_api_key"));
-    // A store replaced under the open connection is opened again.
-    ASSERT_EQ(0, rename(path("keys.db").c_str(), path("old.db").c_str()));
-    EXPECT_EQ(none, key("twc_api_key"));
-    ASSERT_EQ(0, orvex_host_key_set("twc_api_key", "third"));
-    EXPECT_EQ("0:third", key("twc_api_key"));
 }
 
-TEST_F(StoresHostTest, KeysArePrivateAndAStoreOthersCanReadIsRefused) {
+TEST_F(StoresHostTest, KeysArePrivateAndFollowAnotherConnection) {
     const std::string none = std::to_string(KEY_STORAGE_ERROR_NO_SUCH_ALIAS) + ":";
     const std::string denied = std::to_string(KEY_STORAGE_ERROR_PERMISSION_DENIED) + ":";
     EXPECT_EQ(none, key("twc_api_key"));
-    ASSERT_EQ(0, orvex_host_key_set("twc_api_key", "s3cret"));
+    ASSERT_EQ(0, orvex_host_key_set("twc_api_key", "first"));
     ASSERT_EQ(0, orvex_host_key_set("another", ""));
-    char* aliases = orvex_host_key_aliases();
-    EXPECT_STREQ("another\ntwc_api_key\n", aliases);
-    free(aliases);
+    EXPECT_EQ("another\ntwc_api_key\n", adopt(orvex_host_key_aliases()));
+    exec("keys.db", "UPDATE secret SET value='second' WHERE alias='twc_api_key'");
     for (mode_t mode : {0640, 0604, 0600}) {
         ASSERT_EQ(0, chmod(path("keys.db").c_str(), mode));
-        EXPECT_EQ(mode == 0600 ? "0:s3cret" : denied, key("twc_api_key")) << mode;
+        EXPECT_EQ(mode == 0600 ? "0:second" : denied, key("twc_api_key")) << mode;
         EXPECT_EQ(mode == 0600 ? 0 : KEY_STORAGE_ERROR_PERMISSION_DENIED,
                   orvex_host_key_set("x", "y"));
     }
     ASSERT_EQ(0, orvex_host_key_set("twc_api_key", nullptr));
     EXPECT_EQ(none, key("twc_api_key"));
+    // A store replaced under the open connection is opened again.
+    ASSERT_EQ(0, orvex_host_key_set("twc_api_key", "third"));
+    ASSERT_EQ(0, rename(path("keys.db").c_str(), path("old.db").c_str()));
+    EXPECT_EQ(none, key("twc_api_key"));
+    ASSERT_EQ(0, orvex_host_key_set("twc_api_key", "fourth"));
+    EXPECT_EQ("0:fourth", key("twc_api_key"));
 }
 
 }  // namespace
