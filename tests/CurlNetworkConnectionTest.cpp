@@ -313,6 +313,7 @@ TEST_F(CurlEngineTest, CancelsTakeRequestsOutAndReportThemAsCompleted) {
     curlFailNext("curl_multi_add_handle", 1, CURLM_BAD_EASY_HANDLE);
     engine->HttpRequest(request(5, server.url("/quick")));
     EXPECT_EQ("failed 5", events.events.back());
+    EXPECT_FALSE(engine->idle());
     events.events.pop_back();
     // With nothing left the worker ends and the engine goes idle without a response callback.
     ASSERT_TRUE(runUntil([&] { return engine->idle(); }));
