@@ -170,26 +170,4 @@ CURLMcode curl_multi_add_handle(CURLM* multi, CURL* easy) {
     return fn(multi, easy);
 }
 
-CURLMcode curl_multi_perform(CURLM* multi, int* running) {
-    static auto fn = orvex_test::real<CURLMcode (*)(CURLM*, int*)>("curl_multi_perform");
-    int code;
-    if (take(orvex_test::g_failures, "curl_multi_perform", &code)) {
-        // Still let the transfer go on, so that only the report of the failure differs.
-        fn(multi, running);
-        return static_cast<CURLMcode>(code);
-    }
-    return fn(multi, running);
-}
-
-CURLMcode curl_multi_fdset(CURLM* multi, fd_set* r, fd_set* w, fd_set* e, int* maxfd) {
-    using Fn = CURLMcode (*)(CURLM*, fd_set*, fd_set*, fd_set*, int*);
-    static auto fn = orvex_test::real<Fn>("curl_multi_fdset");
-    int code;
-    if (take(orvex_test::g_failures, "curl_multi_fdset", &code)) {
-        fn(multi, r, w, e, maxfd);
-        return static_cast<CURLMcode>(code);
-    }
-    return fn(multi, r, w, e, maxfd);
-}
-
 }  // extern "C"
