@@ -1,8 +1,9 @@
 // Test-side hooks on libcurl. A test executable that uses anything from this header defines a few
 // libcurl entry points itself (curl_easy_init, curl_easy_setopt, curl_multi_init,
 // curl_multi_add_handle); the library's calls resolve to them, and they pass straight through to
-// libcurl unless a test arranges otherwise. That is how tests reach the library's libcurl failure paths, see which options it set, and let it verify
-// the local HTTPS servers without changing the CA file the library is built with.
+// libcurl unless a test arranges otherwise. That is how tests reach the library's libcurl failure
+// paths, see which options it set, and let it verify the local HTTPS servers without changing the
+// CA file the library is built with.
 #ifndef ORVEX_TEST_CURL_HOOKS_H
 #define ORVEX_TEST_CURL_HOOKS_H
 
