@@ -1,5 +1,6 @@
 // NetworkProxy: the listener registry, id allocation and the forwarding of engine events, end to
-// end against the local servers.
+// end against the local servers, and what reaches a client when the wire or the server misbehaves.
+#include <curl/curl.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,9 +12,11 @@
 #include "CurlHttpRequestData.h"
 #include "CurlHttpResponseData.h"
 #include "HostFixture.h"
+#include "HostileRoutes.h"
 #include "HttpEvents.h"
 #include "MainLoop.h"
 #include "NetworkProxy.h"
+#include "RawSocketServer.h"
 #include "TestHttpServer.h"
 
 using namespace orvex_test;
@@ -248,6 +251,94 @@ TEST_F(NetworkProxyTest, RefusedRequestsReachTheClientAndLeaveNoEntry) {
     proxy = NetworkProxy::GetInstance();
     drainPending();
     EXPECT_EQ(1u, first.events.size());
+}
+
+// Transfers that go wrong on the wire or meet a hostile server: every one ends in exactly one
+// failed response for its client, and the engine is ready for the next request afterwards.
+class HttpFaultTest : public NetworkProxyTest {
+protected:
+    void SetUp() override {
+        NetworkProxyTest::SetUp();
+        listenerId = proxy->RegisterHttpNetworkEventListener(&client);
+    }
+
+    // Sends one GET and waits for its outcome; true when it ended as one failed response.
+    ::testing::AssertionResult failsOnce(const std::string& url) {
+        ClientEvents before = client;
+        proxy->HttpRequest(get(url), listenerId);
+        int id = client.acceptedIds.back();
+        if (!runUntil([&] { return client.finished > before.finished; }, 15000))
+            return ::testing::AssertionFailure() << "no outcome for " << url;
+        drainPending();
+        if (client.finished != before.finished + 1)
+            return ::testing::AssertionFailure() << "several outcomes for " << url;
+        if (client.events.back() != "response failed " + std::to_string(id))
+            return ::testing::AssertionFailure() << client.events.back() << " for " << url;
+        return ::testing::AssertionSuccess();
+    }
+
+    ClientEvents client;
+    int listenerId = -1;
+};
+
+TEST_F(HttpFaultTest, ConnectionLevelFailures) {
+    EXPECT_TRUE(failsOnce("http://127.0.0.1:9/refused"));
+
+    RawSocketServer raw;
+    raw.setAction(RawSocketServer::Action::CloseImmediately);
+    EXPECT_TRUE(failsOnce(raw.url("/closed-at-once")));
+    raw.setAction(RawSocketServer::Action::CloseAfterRequest);
+    EXPECT_TRUE(failsOnce(raw.url("/closed-before-answer")));
+    raw.setAction(RawSocketServer::Action::Reply,
+                  "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nonly a few bytes");
+    EXPECT_TRUE(failsOnce(raw.url("/closed-mid-body")));
+    raw.setAction(RawSocketServer::Action::Reply, "this is not HTTP\r\n\r\n");
+    EXPECT_TRUE(failsOnce(raw.url("/garbage")));
+
+    // Plain HTTP spoken to a TLS server.
+    TestHttpServer tls(TestHttpServer::Mode::Https);
+    EXPECT_TRUE(failsOnce("http://127.0.0.1:" + std::to_string(tls.port()) + "/"));
+
+    EXPECT_TRUE(logged(DLOG_ERROR, "Response Error Code :0"));
+    EXPECT_TRUE(logged(DLOG_ERROR, "Incomplete transfer :" + std::to_string(CURLE_PARTIAL_FILE)));
+}
+
+// Bodies without end, whatever their encoding, stop at the cap; redirects go nowhere but the
+// request's own scheme, and not for ever.
+TEST_F(HttpFaultTest, HostileAnswersEndInOneFailure) {
+    TrustTestCa trust;
+    TestHttpServer server(TestHttpServer::Mode::Https);
+    TestHttpServer plain;
+    plain.route("/stolen", {200, {}, "{}"});
+    server.route("/bomb", hostile::gzipBomb());
+    server.route("/gigabyte", hostile::zeros(1ull << 30));
+    server.route("/endless", hostile::endless());
+    server.route("/to-http", hostile::redirect(plain.url("/stolen?apikey=K")));
+    server.route("/to-ftp", hostile::redirect("ftp://127.0.0.1:9/x"));
+    server.route("/to-file", hostile::redirect("file:///etc/passwd"));
+    server.route("/loop", hostile::redirect("/loop"));
+    for (const char* path : {"/bomb", "/gigabyte", "/endless"}) {
+        clearLog();
+        EXPECT_TRUE(failsOnce(server.url(path)));
+        EXPECT_TRUE(logged(DLOG_ERROR, "Response body over 1048576 bytes")) << path;
+    }
+    for (const char* path : {"/to-http", "/to-ftp", "/to-file", "/loop"})
+        EXPECT_TRUE(failsOnce(server.url(path)));
+    EXPECT_EQ(0u, plain.requestCount());
+    size_t loops = 0;
+    for (const auto& r : server.requests()) loops += r.path == "/loop";
+    EXPECT_EQ(6u, loops);  // the request and five redirects
+}
+
+TEST_F(HttpFaultTest, ASilentServerIsEndedByDestroyingTheProxy) {
+    RawSocketServer raw;
+    raw.setAction(RawSocketServer::Action::Hold);
+    proxy->HttpRequest(get(raw.url("/hold")), listenerId);
+    proxy->HttpRequest(get(raw.url("/hold")), listenerId);
+    ASSERT_TRUE(runUntil([&] { return raw.requests().size() == 2; }));
+    NetworkProxy::Destory();
+    drainPending();
+    EXPECT_EQ((std::vector<std::string>{"accepted 0", "accepted 1"}), client.events);
 }
 
 }  // namespace
