@@ -363,6 +363,8 @@ TEST_F(CurlEngineTest, CancelAndDestroyMidFlightAreSafe) {
         }
         ASSERT_EQ(0, engine->mThread);
     }
+    // Every destroyed engine had let go of all its transfers.
+    EXPECT_FALSE(logged(DLOG_ERROR, "Failed curl_share_cleanup"));
     events = EngineEvents();
     engine->HttpRequest(request(5, server.url("/fast")));
     ASSERT_TRUE(finishes(1));

@@ -1,7 +1,6 @@
 #include "CurlNetworkConnection.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/select.h>
 #include <unistd.h>
 
@@ -156,7 +155,8 @@ CurlNetworkConnection::CurlNetworkConnection() : mListener(nullptr), mShare(null
 
 CurlNetworkConnection::~CurlNetworkConnection() {
     CancelAllHttpRequest();
-    if (mShare) curl_share_cleanup(mShare);
+    // Refused while an easy handle still uses the share: a transfer the engine lost track of.
+    if (mShare && curl_share_cleanup(mShare) != CURLSHE_OK) ORVEX_LOGE("Failed curl_share_cleanup");
     curl_global_cleanup();
     pthread_mutex_destroy(&mMutex);
 }
@@ -252,12 +252,6 @@ void CurlNetworkConnection::StopThread() {
 
 void* CurlNetworkConnection::StartCurlMultiMainLoop(void* connection) {
     forbidCancel();
-    // Transfers run with CURLOPT_NOSIGNAL: a write to a socket the server closed must end in
-    // EPIPE here, not in a signal that stops the application.
-    sigset_t pipeSignal;
-    sigemptyset(&pipeSignal);
-    sigaddset(&pipeSignal, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &pipeSignal, nullptr);
     auto* self = static_cast<CurlNetworkConnection*>(connection);
     int running = 0;
 
@@ -613,7 +607,8 @@ void CurlNetworkConnection::HttpRequest(std::shared_ptr<IHttpRequestData> reques
     if (easy) {
         // Beyond the request's own options: the verbose lines go to the platform log (redacted),
         // redirects are few and stay on the request's scheme, libcurl installs no signal
-        // handlers (transfers run on the worker), and TLS sessions are resumed across bursts.
+        // handlers (transfers run on the worker; on Linux it sends with MSG_NOSIGNAL, so a closed
+        // peer gives EPIPE, not SIGPIPE), and TLS sessions are resumed across bursts.
         set(CURLOPT_DEBUGFUNCTION, &curlVerboseToLog, "Failed CURLOPT_DEBUGFUNCTION option");
         set(CURLOPT_MAXREDIRS, static_cast<long>(ORVEX_MAX_REDIRECTS),
             "Failed CURLOPT_MAXREDIRS option");

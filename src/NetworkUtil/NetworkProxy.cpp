@@ -61,10 +61,8 @@ int NetworkProxy::SRefusalCB(void* data) {
 
 NetworkProxy::~NetworkProxy() {
     if (mRefusalSource) g_source_remove(mRefusalSource);
-    mListenerMap.clear();
-    mRequestMap.clear();
-    // Cancels whatever is still in flight; the engine tells nobody, so no listener is called.
-    mNetworkConnection.reset();
+    // The maps go with the members; the engine, released last, cancels whatever is still in flight
+    // and tells nobody.
 }
 
 int NetworkProxy::GetHttpNetworkProxyReqID() {
