@@ -51,11 +51,9 @@ TEST_F(OrvexLocationMgrTest, StartedManagerFollowsAReplayedTrack) {
     EXPECT_EQ((Fix{46.0, 7.0, 1000.0}), position(true));
     ASSERT_TRUE(runUntil([&] { return !listener.states.empty(); }));
     EXPECT_EQ(std::vector<int>{M::LOCATION_STATE_ENABLED}, listener.states);
-    EXPECT_EQ(M::LOCATION_STATE_ENABLED, mgr->getLocationState());
 
     Listener other;  // a second creation only restarts, keeping the first listener
     EXPECT_EQ(0, mgr->createLocationMgr(&other));
-    EXPECT_EQ(Lines{"_location_manager is already created!"}, infos());
     EXPECT_EQ(1, orvex_host_location_manager_count());
     orvex_host_location_inject_state(LOCATIONS_SERVICE_ENABLED);
     ASSERT_TRUE(runUntil([&] { return listener.states.size() == 2; }));

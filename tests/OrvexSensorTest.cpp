@@ -50,9 +50,10 @@ protected:
     RecordingListener listener;
 };
 
-TEST_F(OrvexSensorTest, ReadingsInsideTheInclusiveWindowReachTheListener) {
+TEST_F(OrvexSensorTest, StartedSensorPassesReadingsInsideTheInclusiveWindow) {
     OrvexSensor sensor(&listener);
     ASSERT_TRUE(sensor.startSensor());
+    EXPECT_EQ(1000u, info(SENSOR_PRESSURE).interval_ms);
     clearLog();
     for (float p : {260.0f, 1260.0f, 259.99f, 1260.01f, NAN, 1013.25f}) inject(SENSOR_PRESSURE, p);
     inject(SENSOR_PRESSURE, 1000.0f, 0.0f);  // a zero status: the reading means nothing
@@ -67,12 +68,7 @@ TEST_F(OrvexSensorTest, ReadingsInsideTheInclusiveWindowReachTheListener) {
     inject(SENSOR_PRESSURE, 1000.0f);
     ASSERT_TRUE(runUntil([] { return errors() == Lines{"Sensor Listner is NULL"}; }));
     EXPECT_EQ(4u, listener.pressures.size());
-}
 
-TEST_F(OrvexSensorTest, StartPauseResumeAndStop) {
-    OrvexSensor sensor(&listener);
-    ASSERT_TRUE(sensor.startSensor());
-    EXPECT_EQ(1000u, info(SENSOR_PRESSURE).interval_ms);
     ASSERT_EQ(0, sensor.startSensorIndicator());
     sensor.pauseSensor();
     EXPECT_EQ(0, info(SENSOR_PRESSURE).started + info(SENSOR_PRESSURE_TREND).started);

@@ -156,7 +156,6 @@ TEST_F(StorageTest, ConversionsFollowTheStandardAtmosphere) {
         EXPECT_NEAR(pressure, store->getBarovalue(altitude), 0.1) << altitude;
         EXPECT_NEAR(1013.25, store->getManualSLP(altitude, pressure), 0.1) << altitude;
     }
-    EXPECT_EQ(1013.25, store->getDefaultSLP());
     EXPECT_EQ(898.7, store->getBarovalue(1000.0));  // 898.76 is cut to tenths, not rounded
     EXPECT_EQ(0.0, store->getBarovalue(50000.0));   // above the model's top: NaN becomes 0
     store->saveDataSLP(1020.0);

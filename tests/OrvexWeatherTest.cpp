@@ -40,9 +40,6 @@ protected:
 };
 
 TEST_F(OrvexWeatherTest, AnswersOfTheAgent) {
-    const char* const kOld = "Weather has old Info";
-    const char* const kNoSlp = "ERROR : Location is not supprot SLP";
-    const char* const kMissing = "ERROR : time and pressure are not exist";
     const struct {
         std::string time;  // "-": no entry
         const char* pressure;
@@ -50,12 +47,13 @@ TEST_F(OrvexWeatherTest, AnswersOfTheAgent) {
         const char* message;  // nullptr: stored without a word
     } cases[] = {
         {now(-3600), "1013.5hPa", 0, nullptr},  // trailing text is ignored
-        {now(-3601), "1010.0", 1, kOld},
-        {now(-20000), "9999.0", 3, kNoSlp},  // the marker wins over the age
-        {"-", "1010.0", 2, kMissing},
-        {now(), nullptr, 2, kMissing},
-        {"-9223372036854775808", "1010.0", 1, kOld},  // no overflow in the age
-        {now(+600), "1015.0", 0, nullptr},            // a future time counts as fresh
+        {now(-3601), "1010.0", 1, "Weather has old Info"},
+        // The marker wins over the age.
+        {now(-20000), "9999.0", 3, "ERROR : Location is not supprot SLP"},
+        {"-", "1010.0", 2, "ERROR : time and pressure are not exist"},
+        {now(), nullptr, 2, "ERROR : time and pressure are not exist"},
+        {"-9223372036854775808", "1010.0", 1, "Weather has old Info"},  // no overflow in the age
+        {now(+600), "1015.0", 0, nullptr},  // a future time counts as fresh
     };
     OrvexWeather weather(&listener);
     store->saveDataSLP(1000.0);
@@ -85,19 +83,18 @@ TEST_F(OrvexWeatherTest, RequestsGoToTheAgentUnlessAStepFails) {
         int skip;  // successful calls before the failing one
         const char* message;
     } cases[] = {
-        {"app_control_create", 0, "[Fail] app_control_create : -12"},
-        {"app_control_set_app_id", 0, "[Fail] app_control_set_app_id : -12"},
-        {"app_control_add_extra_data", 0, "[Fail] app_control_add_extra_data : -12 "},
-        {"app_control_add_extra_data", 1, "[Fail] app_control_add_extra_data :-12 "},
-        {"app_control_send_launch_request", 0,
-         "[Fail] app_control_send_launch_request failed : -12"},
+        {"app_control_create", 0, "[Fail] %s : -12"},
+        {"app_control_set_app_id", 0, "[Fail] %s : -12"},
+        {"app_control_add_extra_data", 0, "[Fail] %s : -12 "},
+        {"app_control_add_extra_data", 1, "[Fail] %s :-12 "},
+        {"app_control_send_launch_request", 0, "[Fail] %s failed : -12"},
     };
     OrvexWeather weather(&listener);
     for (const auto& c : cases) {
         clearLog();
         orvex_host_fail_after(c.function, c.skip, 1, -12);
         EXPECT_FALSE(weather.requestWeatherInfo()) << c.message;
-        EXPECT_EQ(Lines{c.message}, errors());
+        EXPECT_EQ(Lines{fill(c.message, c.function)}, errors());
         orvex_host_clear_faults();
     }
     EXPECT_EQ(0, orvex_host_app_launch_count());
