@@ -19,10 +19,6 @@ struct Listener : IOrvexLocationListener {
 
 class OrvexLocationMgrTest : public HostTest {
 protected:
-    void SetUp() override {
-        HostTest::SetUp();
-        mgr = M::getInstance();
-    }
     void TearDown() override {
         M::deleteInstance();
         HostTest::TearDown();
@@ -34,7 +30,7 @@ protected:
                       : mgr->getCurrentPosition(&lat, &lon, &alt);
         return rc ? Fix{double(rc)} : Fix{lat, lon, alt};
     }
-    M* mgr = nullptr;
+    M* mgr = M::getInstance();
     Listener listener;
 };
 

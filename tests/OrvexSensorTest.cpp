@@ -83,7 +83,8 @@ TEST_F(OrvexSensorTest, StartedSensorPassesReadingsInsideTheInclusiveWindow) {
     EXPECT_EQ(2, info(SENSOR_PRESSURE).created);
 }
 
-TEST_F(OrvexSensorTest, TrendSensorPassesEveryValueUntilStopped) {
+TEST_F(OrvexSensorTest, TrendSensorAndRecorder) {
+    int started = 0, retention = 0;
     {
         OrvexSensor sensor(&listener);
         ASSERT_EQ(0, sensor.startSensorIndicator());
@@ -101,40 +102,35 @@ TEST_F(OrvexSensorTest, TrendSensorPassesEveryValueUntilStopped) {
         sensor.stopSensorIndicator();
         EXPECT_EQ(Lines{"stopSonserIndicator is failed!"}, errors());
         ASSERT_EQ(0, sensor.startSensorIndicator());
+
+        // The recorder keeps a month and reads the six hours before the anchor.
         ASSERT_TRUE(sensor.startSensorRecorder());
+        orvex_host_sensor_recorder_state(SENSOR_PRESSURE, &started, &retention);
+        EXPECT_EQ(1, started);
+        EXPECT_EQ(720, retention);
+        ASSERT_TRUE(sensor.stopSensorRecorder());
+        // Recording that already runs counts as started.
+        orvex_host_fail_next("sensor_recorder_start", 1, static_cast<int>(0xFDBC0007));
+        EXPECT_TRUE(sensor.startSensorRecorder());
+        const long t = 1700000040;  // a multiple of two minutes: each sample opens its own record
+        for (long long at : {t - 21601L, t - 3000L, t - 2040L, t - 1200L, t + 1L})
+            ASSERT_EQ(0,
+                      orvex_host_sensor_record_insert(SENSOR_PRESSURE, at, 1000 + (t - at) / 1e3));
+        ASSERT_TRUE(sensor.getSensorRecorder(t));
+        orvex_host_sensor_read_info read{};
+        ASSERT_EQ(0, orvex_host_sensor_recorder_last_read(&read));
+        EXPECT_EQ((std::vector<long long>{t - 21600, t, t, 2}),
+                  (std::vector<long long>{read.start, read.end, read.anchor, read.interval}));
+        ASSERT_TRUE(runUntil([&] { return listener.completions > 0; }));
+        EXPECT_EQ((std::vector<std::pair<long long, double>>{
+                      {t - 3000, 1003.0}, {t - 2040, 1002.04}, {t - 1200, 1001.2}}),
+                  listener.recorded);
+        EXPECT_EQ(1, listener.completions);  // after the last record only
     }
     // Destruction stops the recorder but leaves the trend sensor running.
     EXPECT_EQ(1, info(SENSOR_PRESSURE_TREND).started);
-    int started = -1;
     orvex_host_sensor_recorder_state(SENSOR_PRESSURE, &started, nullptr);
     EXPECT_EQ(0, started);
-}
-
-TEST_F(OrvexSensorTest, RecorderKeepsAMonthAndReadsTheSixHoursBeforeTheAnchor) {
-    OrvexSensor sensor(&listener);
-    ASSERT_TRUE(sensor.startSensorRecorder());
-    int started = 0, retention = 0;
-    orvex_host_sensor_recorder_state(SENSOR_PRESSURE, &started, &retention);
-    EXPECT_EQ(1, started);
-    EXPECT_EQ(720, retention);
-    ASSERT_TRUE(sensor.stopSensorRecorder());
-    // Recording that already runs counts as started.
-    orvex_host_fail_next("sensor_recorder_start", 1, static_cast<int>(0xFDBC0007));
-    EXPECT_TRUE(sensor.startSensorRecorder());
-
-    const long t = 1700000040;  // a multiple of two minutes, so each sample opens its own record
-    for (long long at : {t - 21601L, t - 3000L, t - 2040L, t - 1200L, t + 1L})
-        ASSERT_EQ(0, orvex_host_sensor_record_insert(SENSOR_PRESSURE, at, 1000 + (t - at) / 1e3));
-    ASSERT_TRUE(sensor.getSensorRecorder(t));
-    orvex_host_sensor_read_info read{};
-    ASSERT_EQ(0, orvex_host_sensor_recorder_last_read(&read));
-    EXPECT_EQ((std::vector<long long>{t - 21600, t, t, 2}),
-              (std::vector<long long>{read.start, read.end, read.anchor, read.interval}));
-    ASSERT_TRUE(runUntil([&] { return listener.completions > 0; }));
-    EXPECT_EQ((std::vector<std::pair<long long, double>>{
-                  {t - 3000, 1003.0}, {t - 2040, 1002.04}, {t - 1200, 1001.2}}),
-              listener.recorded);
-    EXPECT_EQ(1, listener.completions);  // after the last record only
 }
 
 TEST_F(OrvexSensorTest, FailedPlatformCalls) {
