@@ -85,19 +85,16 @@ TEST_F(StorageTest, FirstStartAndEveryDemonstrationStartWriteTheDefaultsAndTheLo
 }
 
 TEST_F(StorageTest, LaterStartsKeepTheDataAndRefillWhatAKilledFirstStartLeftOut) {
-    // The missing key (-1: none) and what it reads afterwards: on this US device the undecided
-    // unit markers are resolved at once.
-    const std::pair<int, const char*> cases[] = {{-1, ""}, {1, "1"},       {2, "1"},  {3, "0"},
-                                                 {4, "0"}, {5, "1013.25"}, {6, "''"}, {7, "''"},
-                                                 {8, "0"}, {9, "0"}};
-    for (const auto& [missing, refilled] : cases) {
+    // Each key but the marker goes missing in turn (-1: none) and gets its default back; on this
+    // US device the undecided unit markers are resolved at once.
+    for (int missing : {-1, 1, 2, 3, 4, 5, 6, 7, 8, 9}) {
         fresh("US");
         store->initStorage();
         use();
         Lines expected = kUsed;
         if (missing >= 0) {
             ASSERT_EQ(0, preference_remove(kKeys[missing]));
-            expected[missing] = refilled;
+            expected[missing] = missing == 1 || missing == 2 ? "1" : kDefaults[missing];
         }
         clearLog();
         store->initStorage();
@@ -162,12 +159,9 @@ TEST_F(StorageTest, ConversionsFollowTheStandardAtmosphere) {
     EXPECT_NEAR(56.0, store->getAltivalue(1013.25), 0.1);  // about 8.3 m per hPa
     store->saveDataSLP(1e12);                              // tenths saturate at 32 bits
     EXPECT_EQ(2147483647 / 10.0, store->getBarovalue(0.0));
-    // Only the altitude replaces a reference that is not positive by the standard one.
-    for (double bad : {0.0, -5.0}) {
-        store->saveDataSLP(bad);
-        EXPECT_NEAR(1000.0, store->getAltivalue(898.76), 0.5) << bad;
-        EXPECT_EQ(bad, store->getBarovalue(0.0)) << bad;
-    }
+    store->saveDataSLP(-5.0);  // only the altitude replaces a reference that is not positive
+    EXPECT_NEAR(1000.0, store->getAltivalue(898.76), 0.5);
+    EXPECT_EQ(-5.0, store->getBarovalue(0.0));
 }
 
 TEST_F(StorageTest, HistoryAndCalibrationTime) {
