@@ -2,7 +2,6 @@
 
 #include "HostFixture.h"
 #include "OrvexStorageMgr.h"
-#include "WeatherParser.h"
 
 using namespace orvex_test;
 
@@ -12,11 +11,9 @@ TEST_F(LogFormatTest, EveryLineNamesItsOriginAndWrapsTheMessageInItsColour) {
     free(OrvexStorageMgr::getInstance()->getDataSLPHistory());
     OrvexStorageMgr::getInstance()->getSettingAlert();
     OrvexStorageMgr::deleteInstance();
-    WeatherParser().Parse(nullptr, 0);
     const Lines expected = {
         "OrvexStorageMgr.cpp: getDataSLPHistory() > " + infoText("SLP History "),
         "OrvexStorageMgr.cpp: getSettingAlert() > " + errorText("No Correct Data"),
-        "WeatherParser.cpp: Parse() > " + errorText("jsonData is NULL"),
     };
     Lines got;
     for (const auto& line : logLines()) {

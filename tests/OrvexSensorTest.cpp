@@ -28,11 +28,11 @@ orvex_host_sensor_listener_info info(int type) {
     return i;
 }
 
+// A trend sensor attribute; -100 for one never set.
 int trendAttribute(int attribute) {
-    int value = -1;
-    return orvex_host_sensor_listener_attribute(SENSOR_PRESSURE_TREND, attribute, &value) == 0
-               ? value
-               : -100;
+    int value = -100;
+    orvex_host_sensor_listener_attribute(SENSOR_PRESSURE_TREND, attribute, &value);
+    return value;
 }
 
 void inject(int type, float value, float status = 1.0f) {
