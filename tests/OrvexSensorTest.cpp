@@ -63,8 +63,8 @@ TEST_F(OrvexSensorTest, StartedSensorPassesReadingsInsideTheInclusiveWindow) {
                      "SENSOR OVER LIMITATION nan", "SENSOR IS NOT WORKING"}),
               errors());
 
-    { OrvexSensor gone(&listener); }  // its destructor clears the shared listener
     clearLog();
+    { OrvexSensor gone(&listener); }  // its destructor clears the shared listener, quietly
     inject(SENSOR_PRESSURE, 1000.0f);
     ASSERT_TRUE(runUntil([] { return errors() == Lines{"Sensor Listner is NULL"}; }));
     EXPECT_EQ(4u, listener.pressures.size());

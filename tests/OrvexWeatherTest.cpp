@@ -106,7 +106,6 @@ TEST_F(OrvexWeatherTest, RequestsGoToTheAgentUnlessAStepFails) {
 }
 
 TEST_F(OrvexWeatherTest, PortAndListener) {
-    Listener other;
     {
         OrvexWeather weather(&listener);
         OrvexWeather keepsTheListener(nullptr);
@@ -115,10 +114,10 @@ TEST_F(OrvexWeatherTest, PortAndListener) {
     }
     EXPECT_EQ(0, orvex_host_message_port_count());
     clearLog();
+    Listener other;
     orvex_host_fail_next("message_port_register_local_port", 1, -5);
     { OrvexWeather unregistered(&other); }  // the listener is taken all the same
     EXPECT_EQ(Lines{"message_port_register_local_port failed(-5)"}, errors());
     OrvexWeather weather(nullptr);
     reply(now(), "1012.0", other);
-    EXPECT_EQ(std::vector<int>{0}, listener.results);
 }
