@@ -52,7 +52,6 @@ protected:
             ASSERT_EQ(0, rc);
         store->saveDataCalTime(77);
     }
-    std::string history() { return adopt(store->getDataSLPHistory()); }
 };
 
 TEST_F(StorageTest, FirstStartAndEveryDemonstrationStartWriteTheDefaultsAndTheLocalUnits) {
@@ -173,10 +172,10 @@ TEST_F(StorageTest, HistoryAndCalibrationTime) {
     store->addDataSLPHistory(-5, 990.0);
     const std::string text =
         "T:1500000000;P+1013.250000T:1500003600;P+1012.100000T:-5;P+990.000000";
-    EXPECT_EQ(text, history());
+    EXPECT_EQ(text, adopt(store->getDataSLPHistory()));
     store->saveDataSLPHistory("");
     store->addDataSLPHistory(-9, 1e300);  // written in full: 301 digits and ".000000"
-    EXPECT_EQ(std::string("T:-9;P+").size() + 301 + 7, history().size());
+    EXPECT_EQ(std::string("T:-9;P+").size() + 301 + 7, adopt(store->getDataSLPHistory()).size());
 
     preference_set_string("ORVEX_DATA_CALIBRATE_TIME", "-12abc");
     EXPECT_EQ(-12, store->getDataCalTime());
