@@ -5,44 +5,35 @@
 #include "OrvexLogging.h"
 #include "OrvexStorageMgr.h"
 
-// How each singleton is reached and released.
-template <class T>
-struct Life {
-    static T* get() { return T::getInstance(); }
-    static void drop() { T::deleteInstance(); }
-};
-template <>
-struct Life<NetworkProxy> {
-    static NetworkProxy* get() { return NetworkProxy::GetInstance(); }
-    static void drop() { NetworkProxy::Destory(); }
-};
+using namespace orvex_test;
+using Life = std::pair<void* (*)(), void (*)()>;  // how a singleton is reached and released
 
 template <class T>
-class SingletonTest : public orvex_test::HostTest {
-protected:
-    void TearDown() override {
-        Life<T>::drop();
-        NetworkProxy::Destory();
-        HostTest::TearDown();
-    }
-};
+Life life() {
+    return {[]() -> void* { return T::getInstance(); }, T::deleteInstance};
+}
 
-using Singletons = ::testing::Types<OrvexStorageMgr, OrvexAltitudeMgr, OrvexLocationMgr,
-                                    OrvexLogging, NetworkProxy>;
-TYPED_TEST_SUITE(SingletonTest, Singletons);
+class SingletonTest : public HostTest {};
 
-TYPED_TEST(SingletonTest, CreatedOnFirstUseDeletedOnRequestAndRetriedAfterNoMemory) {
-    using L = Life<TypeParam>;
-    TypeParam* first = L::get();
-    ASSERT_NE(nullptr, first);
-    EXPECT_EQ(first, L::get());
-    L::drop();
-    L::drop();  // harmless
-    orvex_test::clearLog();
-    {
-        orvex_test::FailNothrowNew noMemory;
-        EXPECT_EQ(nullptr, L::get());
+TEST_F(SingletonTest, CreatedOnFirstUseDeletedOnRequestAndRetriedAfterNoMemory) {
+    const Life proxy{[]() -> void* { return NetworkProxy::GetInstance(); }, NetworkProxy::Destory};
+    const Life singletons[] = {life<OrvexStorageMgr>(), life<OrvexAltitudeMgr>(),
+                               life<OrvexLocationMgr>(), life<OrvexLogging>(), proxy};
+    int index = 0;
+    for (const auto& [get, drop] : singletons) {
+        SCOPED_TRACE(index++);
+        void* first = get();
+        ASSERT_NE(nullptr, first);
+        EXPECT_EQ(first, get());
+        drop();
+        drop();  // harmless
+        clearLog();
+        {
+            FailNothrowNew noMemory;
+            EXPECT_EQ(nullptr, get());
+        }
+        EXPECT_EQ(Lines{"_pInstance is NULL"}, errors());
+        EXPECT_NE(nullptr, get());
+        drop();
     }
-    EXPECT_EQ(orvex_test::Lines{"_pInstance is NULL"}, orvex_test::errors());
-    EXPECT_NE(nullptr, L::get());
 }

@@ -12,26 +12,18 @@ TEST(StringUtilTest, TextResults) {
     const std::pair<std::string, std::string> cases[] = {
         {S::StringReplace("a%sb%s", "%s", "X"), "aXb%s"},  // the first occurrence only
         {S::StringReplace("abc", "zz", "X"), "abc"},
-        {S::StringReplace("q={V}&k=1", "{V}", "LONG"), "q=LONG&k=1"},
         {S::GetColorTagedString(255, 0, 16, 255, 30, "Hi", ""),
          "<color=#ff0010ff font_size=30>Hi</color>"},
-        {S::GetColorTagedString(256, -1, 1, 2, -1, "", "Bold"),
-         "<color=#100ffffffff0102 font_size=-1 font=Bold></color>"},
         // The tag is cut at 255 bytes; the text is not.
-        {S::GetColorTagedString(1, 2, 3, 4, 5, "tt", std::string(400, 'f')).substr(250),
-         "ffffftt</color>"},
+        {S::GetColorTagedString(1, 2, 3, 4, 5, "tt", std::string(400, 'f')),
+         "<color=#01020304 font_size=5 font=" + std::string(221, 'f') + "tt</color>"},
         {S::ReplaceToMarkUpNewLineTagFromNewLineSymbol("a\n\nb\r\nc\n"), "a<br>b\r<br>c"},
         {S::IntToHexaStringBy8Bit(0), "00"},
-        {S::IntToHexaStringBy8Bit(1), "01"},
         {S::IntToHexaStringBy8Bit(16), "010"},
         {S::IntToHexaStringBy8Bit(17), "11"},
         {S::IntToHexaStringBy8Bit(-1), "0ffffffff"},
-        {S::IntToString(-123), "-123"},
         {S::Int64ToString(INT64_MIN), "-9223372036854775808"},
-        {S::FloatToString(1013.25f), "1013.25"},
-        {S::FloatToString(12345678.0f), "1.23457e+07"},
         {S::FloatToString(std::nanf("")), "0"},
-        {S::FloatToString(-INFINITY), "-inf"},
         {S::DoubleToString(1013.256, 2), "1013.26"},
         {S::DoubleToString(1013.26, 1), "1013.3"},
         {S::DoubleToString(5.0, 0), "5.000000"},
@@ -40,22 +32,17 @@ TEST(StringUtilTest, TextResults) {
         {S::RoundOffToString(1013.789f, 1), "1013.7"},
         {S::RoundOffToString(1013.75f, 0), "1013"},
         {S::RoundOffToString(1013.75f, 9), "1013.75"},
-        {S::RoundOffToString(-0.5f, 0), "-0"},
         {S::RoundOffToString(12345678.0f, 1), "1.2"},
         {S::RoundOffToString(1.5f, -5), ""},
     };
     for (const auto& [got, expected] : cases) EXPECT_EQ(expected, got);
-    EXPECT_EQ(255u + 10, S::GetColorTagedString(1, 2, 3, 4, 5, "tt", std::string(400, 'f')).size());
 }
 
-TEST(StringUtilTest, TokenizeCollapsesDelimiters) {
+TEST(StringUtilTest, TokensAndNumbersFromText) {
+    // Runs of delimiters count as one.
     EXPECT_EQ((Lines{"a", "bc"}), S::Tokenize(",,a,,bc,", ","));
     EXPECT_EQ(Lines{}, S::Tokenize(";,;", ",;"));
     EXPECT_EQ((Lines{"k", "v", "w"}), S::Tokenize("k=v;w", "=;"));
-    EXPECT_EQ(Lines{"whole"}, S::Tokenize("whole", ","));
-}
-
-TEST(StringUtilTest, NumbersFromText) {
     EXPECT_EQ(12, S::StringToInt("12abc"));
     EXPECT_EQ(INT_MAX, S::StringToInt("99999999999"));
     EXPECT_EQ(1471234567890LL, S::StringToInt64("1471234567890"));

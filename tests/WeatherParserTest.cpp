@@ -1,3 +1,4 @@
+#include <cstdio>
 #include <functional>
 
 #include "HostFixture.h"
@@ -5,8 +6,6 @@
 
 using namespace orvex_test;
 
-const char* const kGeoposition = R"({"Key": "2283045", "Type": "City", "LocalizedName": "Zermatt",
-  "GeoPosition": {"Latitude": 46.021, "Elevation": {"Metric": {"Value": 1608.0, "UnitType": 5}}}})";
 const char* const kCurrentConditions = R"([{"EpochTime": 1700000000, "WeatherText": "Sunny",
   "Pressure": {"Metric": {"Value": 1021.3, "Unit": "mb", "UnitType": 14},
                "Imperial": {"Value": 30.16, "Unit": "inHg", "UnitType": 12}}}])";
@@ -30,91 +29,86 @@ std::string nest(int depth) {
     return s + "0" + std::string(depth, ']');
 }
 
-class WeatherParserTest : public HostTest {};
-
-TEST_F(WeatherParserTest, ReadersTakeWhatTheyCanUse) {
-    // A pressure without unit type or metric, or of another kind, reads 0.0 and the answer still
-    // counts as read.
-    const struct {
-        bool twc;
-        const char* body;
-        double pressure, updateTime;
-    } cases[] = {
-        {false, kCurrentConditions, 1021.3, 1700000000000.0},
-        {true, kTwcAggcommon, 1020.6, 1700000400000.0},
-        {false, R"([{"EpochTime": 1, "Pressure": {"Imperial": {"Value": 3, "UnitType": 12}}}])", 0,
-         1000},
-        {false, R"([{"Pressure": {"Metric": {"Value": 1013.0, "Unit": "mb"}}}])", 0, 0},
-        {false, R"([{"EpochTime": null, "Pressure": 1013.0}])", 0, 0},
-        {false, R"([{"Pressure": {"Metric": {"Value": 1000, "UnitType": 14.0}}}])", 1000, 0},
-        {false, R"([{"Pressure": {"Metric": {"Value": "high", "UnitType": "mb"}}}])", 0, 0},
-        {true, R"({"v3-wx-observations-current": {"pressureMeanSeaLevel": 1019}})", 1019, 0},
-        {true, R"({"v3-wx-observations-current": {"validTimeUtc": "x"}})", 0, 0},
-    };
-    for (const auto& c : cases) {
-        WeatherParser p;
-        parse(p, c.body);
-        auto d = c.twc ? p.GetTWCWeatherData() : p.GetWeatherData();
-        ASSERT_TRUE(d) << c.body;
-        EXPECT_EQ(c.pressure, d->pressure) << c.body;
-        EXPECT_EQ(c.updateTime, d->updateTime) << c.body;
-        EXPECT_EQ(c.twc ? 1 : 0, d->provider) << c.body;
-        EXPECT_EQ(0, d->result + d->pressureUnit) << c.body;
-    }
-    WeatherParser current;
-    parse(current, kCurrentConditions);
-    clearLog();
-    EXPECT_EQ(1021.3, current.GetAtmPressure());
-    EXPECT_EQ(Lines{"atm pressure : 1021.300000"}, errors());
-    for (const char* body : {kGeoposition, R"({"Key": 2283045})"}) {
-        WeatherParser geo;
-        parse(geo, body);
-        EXPECT_EQ("2283045", geo.GetLocationID());
-    }
+// A record as "pressure update-time provider result unit", or "none".
+std::string record(const std::tr1::shared_ptr<WeatherData>& d) {
+    if (!d) return "none";
+    char text[96];
+    snprintf(text, sizeof text, "%g %.0f %d%d%d", d->pressure, d->updateTime, d->provider,
+             d->result, d->pressureUnit);
+    return text;
 }
 
-TEST_F(WeatherParserTest, AnswersThatDoNotFitTheReader) {
+class WeatherParserTest : public HostTest {};
+
+TEST_F(WeatherParserTest, EachReaderTakesWhatItCanUseAndNamesWhatIsMissing) {
     using P = WeatherParser;
-    auto weather = [](P& p) { return !p.GetWeatherData(); };
-    auto atm = [](P& p) { return p.GetAtmPressure() == -1.0; };
-    auto twc = [](P& p) { return !p.GetTWCWeatherData(); };
-    auto key = [](P& p) { return p.GetLocationID().empty(); };
+    auto wx = [](P& p) { return record(p.GetWeatherData()); };
+    auto twc = [](P& p) { return record(p.GetTWCWeatherData()); };
+    auto atm = [](P& p) { return std::to_string(p.GetAtmPressure()); };
+    auto key = [](P& p) { return p.GetLocationID(); };
+    const Lines kNoBody = {"jsonData is NULL", "Failed get root node"};
+    const char* const kNoPressure = "key [Pressure] is not found";
+    // A pressure without unit type or metric, or of another kind, reads 0 and the answer still
+    // counts as read.
     const struct {
-        std::function<bool(P&)> fails;
+        std::function<std::string(P&)> read;
         const char* body;  // nullptr: no body at all
+        std::string expected;
         Lines logged;
     } cases[] = {
-        {weather, R"({"Pressure": {}})", {"root array null"}},
-        {weather, "[1013.2]", {"weatherInfoRootObject null"}},
-        {weather,
-         R"([{"EpochTime": 1.9}])",
-         {"update Time : 1.000000", "key [Pressure] is not found"}},
-        {atm, R"({"a": 1})", {"root array null"}},
-        {atm, "[]", {"weatherInfoRootObject null"}},
-        {atm, R"([{"Pressure": 3}])", {"key [Pressure] is not found"}},
-        {atm, R"([{"Pressure": {}}])", {"key [Metric] is not found"}},
-        {atm, R"([{"Pressure": {"Metric": [1]}}])", {"key [Pressure] is not found"}},
-        {atm, R"([{"Pressure": {"Metric": {"Unit": "mb"}}}])", {}},
-        {twc, "[1]", {"weatherInfoRootObject null"}},
-        {twc, R"({"v3-location-point": {}})", {"key [v3-wx-observations-current] is not found"}},
-        {twc, R"({"v3-wx-observations-current": [{}]})", {"currentObject is null"}},
-        {key, kCurrentConditions, {}},
-        {key, R"({"Type": "City"})", {}},
-        {key, nullptr, {"jsonData is NULL", "Failed get root node"}},
-        {weather, nullptr, {"jsonData is NULL", "Failed get root node"}},
-        {atm, nullptr, {"jsonData is NULL", "Failed get root node"}},
-        {twc, "", {"Failed get root node"}},
+        {wx, kCurrentConditions, "1021.3 1700000000000 000", {"update Time : 1700000000.000000"}},
+        {wx,
+         R"([{"EpochTime":1,"Pressure":{"Imperial":{}}}])",
+         "0 1000 000",
+         {"update Time : 1.000000"}},
+        {wx, R"([{"Pressure":{"Metric":{"Value":1013.0,"Unit":"mb"}}}])", "0 0 000", {}},
+        {wx, R"([{"EpochTime":null,"Pressure":1013.0}])", "0 0 000", {"update Time : 0.000000"}},
+        {wx, R"([{"Pressure":{"Metric":{"Value":1000,"UnitType":14.0}}}])", "1000 0 000", {}},
+        {wx, R"([{"Pressure":{"Metric":{"Value":"high","UnitType":"mb"}}}])", "0 0 000", {}},
+        {wx, R"({"Pressure":{}})", "none", {"root array null"}},
+        {wx, "[1013.2]", "none", {"weatherInfoRootObject null"}},
+        {wx, R"([{"EpochTime":1.9}])", "none", {"update Time : 1.000000", kNoPressure}},
+        {wx, nullptr, "none", kNoBody},
+        {twc, kTwcAggcommon, "1020.6 1700000400000 100", {}},
+        {twc, R"({"v3-wx-observations-current":{"pressureMeanSeaLevel":1019}})", "1019 0 100", {}},
+        {twc, R"({"v3-wx-observations-current":{"validTimeUtc":"x"}})", "0 0 100", {}},
+        {twc, "[1]", "none", {"weatherInfoRootObject null"}},
+        {twc, R"({"a":{}})", "none", {"key [v3-wx-observations-current] is not found"}},
+        {twc, R"({"v3-wx-observations-current":[{}]})", "none", {"currentObject is null"}},
+        {twc, "", "none", {"Failed get root node"}},
+        {atm, kCurrentConditions, "1021.300000", {"atm pressure : 1021.300000"}},
+        {atm, R"({"a":1})", "-1.000000", {"root array null"}},
+        {atm, "[]", "-1.000000", {"weatherInfoRootObject null"}},
+        {atm, R"([{"Pressure":3}])", "-1.000000", {kNoPressure}},
+        {atm, R"([{"Pressure":{}}])", "-1.000000", {"key [Metric] is not found"}},
+        {atm, R"([{"Pressure":{"Metric":[1]}}])", "-1.000000", {kNoPressure}},
+        {atm, R"([{"Pressure":{"Metric":{"Unit":"mb"}}}])", "-1.000000", {}},
+        {atm, nullptr, "-1.000000", kNoBody},
+        {key, R"({"Key":"2283045","Type":"City"})", "2283045", {}},
+        {key, R"({"Key":2283045})", "2283045", {}},
+        {key, kCurrentConditions, "", {}},
+        {key, R"({"Type":"City","Key":null})", "", {}},
+        {key, nullptr, "", kNoBody},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.body ? c.body : "(null)");
         clearLog();
         WeatherParser p;
         if (c.body)
             parse(p, c.body);
         else
             p.Parse(nullptr, 10);
-        EXPECT_TRUE(c.fails(p)) << (c.body ? c.body : "(null)");
-        EXPECT_EQ(c.logged, errors()) << (c.body ? c.body : "(null)");
+        EXPECT_EQ(c.expected, c.read(p));
+        EXPECT_EQ(c.logged, errors());
     }
+    // A second document replaces the first, with a complaint.
+    WeatherParser p;
+    parse(p, kCurrentConditions);
+    clearLog();
+    parse(p, kTwcAggcommon);
+    EXPECT_EQ((Lines{"previous parser is not closed. find it !!!", "parsing is failed"}), errors());
+    EXPECT_EQ("1020.6 1700000400000 100", twc(p));
+    EXPECT_EQ("-1.000000", atm(p));
 }
 
 TEST_F(WeatherParserTest, BodiesNestedTooDeepAreRefusedLikeAnyBodyThatIsNotJson) {
@@ -136,6 +130,8 @@ TEST_F(WeatherParserTest, BodiesNestedTooDeepAreRefusedLikeAnyBodyThatIsNotJson)
         {std::string(100, '['), 0, READ},
         {nest(65), -1, TOO_DEEP},
         {"<html><body>500 Internal Server Error</body></html>", -2, NOT_JSON},
+        // A mebibyte of brackets, far beyond what the stack can take recursively.
+        {std::string(1 << 20, '['), -2, TOO_DEEP},
     };
     const Lines outcomes[] = {{}, kTooDeep, {"parsing is failed [json-glib]", "parsing is failed"}};
     for (const auto& c : cases) {
@@ -150,26 +146,4 @@ TEST_F(WeatherParserTest, BodiesNestedTooDeepAreRefusedLikeAnyBodyThatIsNotJson)
             logged[0] = "parsing is failed [json-glib]";
         EXPECT_EQ(outcomes[c.outcome], logged);
     }
-
-    // A mebibyte of brackets, far beyond what the stack can take recursively.
-    WeatherParser p;
-    clearLog();
-    parse(p, std::string(1 << 20, '['));
-    EXPECT_EQ("", p.GetLocationID());
-    EXPECT_FALSE(p.GetWeatherData());
-    EXPECT_FALSE(p.GetTWCWeatherData());
-    EXPECT_EQ(-1.0, p.GetAtmPressure());
-    Lines expected = kTooDeep;
-    expected.insert(expected.end(), 4, "Failed get root node");
-    EXPECT_EQ(expected, errors());
-}
-
-TEST_F(WeatherParserTest, SecondParseComplainsAndReadsTheNewDocument) {
-    WeatherParser p;
-    parse(p, kGeoposition);
-    clearLog();
-    parse(p, kTwcAggcommon);
-    EXPECT_EQ((Lines{"previous parser is not closed. find it !!!", "parsing is failed"}), errors());
-    EXPECT_EQ(1020.6, p.GetTWCWeatherData()->pressure);
-    EXPECT_EQ("", p.GetLocationID());
 }

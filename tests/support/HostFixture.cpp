@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <new>
 
@@ -59,19 +58,16 @@ std::string adopt(char* text) {
 
 void clearLog() { orvex_host_log_clear(); }
 
-std::string messageOf(const LogLine& line) {
-    std::string text = line.text;
-    size_t prefix = text.find(") > ");
-    if (prefix != std::string::npos) text = text.substr(prefix + 4);
-    for (const char* head : {"\033[0;31m* Critical * ", "\033[0;32m"}) {
-        if (text.rfind(head, 0) == 0) {
-            text = text.substr(strlen(head));
-            break;
-        }
-    }
+namespace {
+
+// Without the "file: function(line) > " prefix and the colour wrapper.
+std::string messageOf(std::string text) {
     const std::string tail = "\033[0;m";
-    if (text.size() >= tail.size() &&
-        text.compare(text.size() - tail.size(), tail.size(), tail) == 0)
+    size_t prefix = text.find(") > ");
+    if (prefix != std::string::npos) text.erase(0, prefix + 4);
+    for (const std::string head : {"\033[0;31m* Critical * ", "\033[0;32m"})
+        if (text.rfind(head, 0) == 0) text.erase(0, head.size());
+    if (text.size() >= tail.size() && text.rfind(tail) == text.size() - tail.size())
         text.resize(text.size() - tail.size());
     return text;
 }
@@ -79,9 +75,11 @@ std::string messageOf(const LogLine& line) {
 std::vector<std::string> messages(int prio) {
     std::vector<std::string> out;
     for (const auto& l : logLines())
-        if (l.prio == prio) out.push_back(messageOf(l));
+        if (l.prio == prio) out.push_back(messageOf(l.text));
     return out;
 }
+
+}  // namespace
 
 std::vector<std::string> errors() { return messages(DLOG_ERROR); }
 std::vector<std::string> infos() { return messages(DLOG_INFO); }
@@ -90,6 +88,12 @@ bool logged(int prio, const std::string& message) {
     for (const auto& m : messages(prio))
         if (m == message) return true;
     return false;
+}
+
+std::string fill(const std::string& pattern, const char* name) {
+    size_t at = pattern.find("%s");
+    return name && at != std::string::npos ? pattern.substr(0, at) + name + pattern.substr(at + 2)
+                                           : pattern;
 }
 
 std::string errorText(const std::string& message) {

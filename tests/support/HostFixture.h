@@ -33,15 +33,15 @@ std::string adopt(char* text);
 std::vector<LogLine> logLines();
 void clearLog();
 
-// The message of a line as the library wrote it, without the "file: function(line) > " prefix and
-// the colour wrapper: what a developer reads in the source.
-std::string messageOf(const LogLine& line);
-// Messages of the captured lines at the given priority, in order.
-std::vector<std::string> messages(int prio);
+// Messages of the captured lines at the priority, in order: without the "file: function(line) > "
+// prefix and the colour wrapper, as a developer reads them in the source.
 std::vector<std::string> errors();
 std::vector<std::string> infos();
 // True when a captured line of the priority carries exactly this message.
 bool logged(int prio, const std::string& message);
+
+// The pattern with its first "%s" replaced by the name (nullptr: left as it is).
+std::string fill(const std::string& pattern, const char* name);
 
 // The exact line the library writes for an error or an information message.
 std::string errorText(const std::string& message);
