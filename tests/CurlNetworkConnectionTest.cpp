@@ -252,8 +252,12 @@ TEST_F(CurlEngineTest, HttpsVerifiesAgainstTheConfiguredCa) {
     // Transport failures carry no HTTP status.
     EXPECT_TRUE(logged(DLOG_ERROR, "Response Error Code :0"));
     for (const auto& c : curlOptionCalls()) {
-        if (c.option == CURLOPT_SSL_CIPHER_LIST) EXPECT_EQ("HIGH", c.text);
-        if (c.option == CURLOPT_ACCEPT_ENCODING) EXPECT_EQ("gzip,deflate", c.text);
+        if (c.option == CURLOPT_SSL_CIPHER_LIST) {
+            EXPECT_EQ("HIGH", c.text);
+        }
+        if (c.option == CURLOPT_ACCEPT_ENCODING) {
+            EXPECT_EQ("gzip,deflate", c.text);
+        }
     }
 }
 

@@ -61,12 +61,6 @@ void injectPressure(float p, float status = 1.0f) {
     orvex_host_sensor_inject(SENSOR_PRESSURE, values, 4);
 }
 
-bool hasError(const std::string& m) {
-    for (const auto& e : errors())
-        if (e == m) return true;
-    return false;
-}
-
 class OrvexSensorTest : public orvex_test::HostTest {
 protected:
     void SetUp() override {
