@@ -44,7 +44,7 @@ TEST_F(OrvexLoggingTest, EveryTypeSendsItsFields) {
         EXPECT_EQ(1, log->sendMarvenoLog(static_cast<OrvexLoggingType>(type), "auto", 7));
     ASSERT_EQ(12, orvex_host_usage_log_count());
     for (int type = 0; type < 12; ++type) {
-        char code[8];
+        char code[16];
         snprintf(code, sizeof code, "OX%02d", type + 1);
         std::string expected = "app_id=com.marveno.orvex\nfeature=" + std::string(code) + "\n";
         if (type <= 1) expected += "value=7\n";
