@@ -1,24 +1,33 @@
 #!/usr/bin/env bash
-# Installs the library into a scratch prefix and builds and runs a small program against the
-# installed tree, once through the CMake package and once through pkg-config.
+# Builds and runs tests/consumer, a program outside this tree, against an installed library, once
+# through the CMake package and once through pkg-config.
+# Usage: scripts/consumer.sh [PREFIX]
+#   without PREFIX: against the system's install (the Debian packages, scripts/package.sh);
+#   with PREFIX: installs build/default into PREFIX first (no root needed; checks that the
+#   pkg-config file and the CMake package find the prefix from where they are).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
-cmake --preset default >/dev/null
-cmake --build --preset default --target orvexlib orvexhost >/dev/null
+prefix=${1:-}
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-prefix="$work/prefix"
-cmake --install build/default --prefix "$prefix" >/dev/null
-libdir=$(ls -d "$prefix"/lib*/ | head -n 1)
+if [ -n "$prefix" ]; then
+    cmake --preset default >/dev/null
+    cmake --build --preset default --target orvexlib orvexhost >/dev/null
+    cmake --install build/default --prefix "$prefix" --component runtime >/dev/null
+    cmake --install build/default --prefix "$prefix" --component dev >/dev/null
+    libdir=$(dirname "$(find "$prefix" -name orvexlib.pc | head -n 1)")/..
+    export PKG_CONFIG_PATH="$libdir/pkgconfig" CMAKE_PREFIX_PATH="$prefix"
+    # The linker and the loader find liborvexhost, which liborvexlib needs, in the prefix.
+    export LD_LIBRARY_PATH="$libdir"
+fi
 
 for mode in cmake pkg-config; do
     flag=OFF
     [ "$mode" = pkg-config ] && flag=ON
-    PKG_CONFIG_PATH="$libdir/pkgconfig" cmake -S tests/consumer -B "$work/build-$mode" -G Ninja \
-        -DCMAKE_PREFIX_PATH="$prefix" -DUSE_PKG_CONFIG=$flag >/dev/null
+    cmake -S tests/consumer -B "$work/build-$mode" -G Ninja -DUSE_PKG_CONFIG=$flag >/dev/null
     cmake --build "$work/build-$mode" >/dev/null
-    echo "consumer ($mode):"
-    ORVEX_HOST_HOME="$work/home-$mode" LD_LIBRARY_PATH="$libdir" "$work/build-$mode/orvex_consumer"
+    echo "consumer ($mode, ${prefix:-system install}):"
+    ORVEX_HOST_HOME="$work/home-$mode" "$work/build-$mode/orvex_consumer"
 done

@@ -1,15 +1,35 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build, the tests and the tools need. Idempotent and quiet when
-# everything is already there.
+# Installs the Debian packages a purpose needs. Idempotent and quiet when everything is already there.
+# Usage: scripts/deps.sh [PURPOSE...]
+#   (none)   build and run the library and the tool (the main job)
+#   test     the test suites: GoogleTest/GMock, the local HTTP/HTTPS servers, gpsd with its test
+#            feeder, and an SVG renderer
+#   fuzz     the libFuzzer targets (clang and its sanitizer runtime)
+#   docs     the API documentation
+#   bench    the benchmarks and the cost scripts
+#   package  the Debian packages (cpack's DEB generator and dpkg-shlibdeps)
+#   format   the formatting check (Debian's clang-format 14)
 set -euo pipefail
 
 packages=(
     build-essential cmake ninja-build pkg-config
     libglib2.0-dev libjson-glib-dev libcurl4-openssl-dev libsqlite3-dev
-    libgtest-dev libgmock-dev libbenchmark-dev
-    libmicrohttpd-dev libgnutls28-dev openssl ca-certificates
-    clang libclang-rt-14-dev clang-format doxygen sqlite3
 )
+for purpose in "$@"; do
+    case "$purpose" in
+    test) packages+=(libgtest-dev libgmock-dev libmicrohttpd-dev libgnutls28-dev openssl
+                     ca-certificates gpsd gpsd-clients librsvg2-bin netpbm) ;;
+    fuzz) packages+=(clang libclang-rt-14-dev) ;;
+    docs) packages+=(doxygen) ;;
+    bench) packages+=(libbenchmark-dev libmicrohttpd-dev libgnutls28-dev valgrind strace) ;;
+    package) packages+=(dpkg-dev file) ;;
+    format) packages+=(clang-format-14) ;;
+    *)
+        echo "scripts/deps.sh: unknown purpose '$purpose' (test, fuzz, docs, bench, package, format)" >&2
+        exit 2
+        ;;
+    esac
+done
 
 missing=()
 for p in "${packages[@]}"; do

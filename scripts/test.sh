@@ -3,7 +3,7 @@
 # (default, debug, asan, tsan). tsan runs the threading and HTTP suites.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/deps.sh
+bash scripts/deps.sh test
 
 presets=("$@")
 [ ${#presets[@]} -gt 0 ] || presets=(default)
