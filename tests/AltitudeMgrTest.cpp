@@ -158,7 +158,9 @@ TEST_F(AltitudeMgrTest, OutcomesAtEitherStep) {
         ASSERT_TRUE(orvex_test::runUntil([&] { return recorder.done(); }, 10000)) << c.name;
         EXPECT_EQ(c.completed, recorder.completed) << c.name;
         EXPECT_EQ(1 - c.completed, recorder.failed) << c.name;
-        if (c.completed) EXPECT_EQ(0.0, recorder.data->pressure);
+        if (c.completed) {
+            EXPECT_EQ(0.0, recorder.data->pressure);
+        }
     }
 }
 

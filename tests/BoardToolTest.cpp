@@ -44,7 +44,9 @@ TEST_F(BoardToolTest, CalibrateFromOpenMeteoThenKeepTheRecordedHours) {
     std::smatch last;
     for (size_t i = 1; i < rows.size(); ++i) {
         ASSERT_TRUE(std::regex_match(rows[i], last, row)) << rows[i];
-        if (i > 1) EXPECT_LT(rows[i - 1], rows[i]);
+        if (i > 1) {
+            EXPECT_LT(rows[i - 1], rows[i]);
+        }
     }
     // Calibrated to 123 m at that pressure: lower pressures lie above it, higher ones below.
     const double calibrated = std::stod(last[2]);
@@ -54,8 +56,9 @@ TEST_F(BoardToolTest, CalibrateFromOpenMeteoThenKeepTheRecordedHours) {
     EXPECT_EQ("time,pressure_hpa,altitude_ft", rows.at(0));
     for (size_t i = 1; i < rows.size(); ++i) {
         double hpa = atof(rows[i].c_str() + 21), ft = atof(strrchr(rows[i].c_str(), ',') + 1);
-        if (std::fabs(hpa - calibrated) > 0.05)
+        if (std::fabs(hpa - calibrated) > 0.05) {
             EXPECT_EQ(calibrated > hpa, ft > 123 / 0.3048) << rows[i];
+        }
     }
 
     // The chart marks the calibrations and renders to a picture that is not blank.

@@ -120,7 +120,9 @@ TEST_F(OrvexLocationMgrTest, FailedPlatformCalls) {
     for (const auto& c : cases) {
         M::deleteInstance();
         mgr = M::getInstance();
-        if (c.created) ASSERT_EQ(0, mgr->createLocationMgr(&listener));
+        if (c.created) {
+            ASSERT_EQ(0, mgr->createLocationMgr(&listener));
+        }
         clearLog();
         orvex_host_fail_next(c.fault, 1, -77);
         EXPECT_EQ(c.result, c.call()) << c.fault;

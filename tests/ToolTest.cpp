@@ -47,7 +47,9 @@ protected:
             EXPECT_EQ(s.exitCode, r.exitCode) << command << r.err;
             EXPECT_TRUE(s.exitCode != 0 || has(r.out, s.text)) << command << "\n" << r.out;
             EXPECT_EQ(s.exitCode ? s.text : "", r.err) << command;
-            if (keepStore) EXPECT_EQ(before, history()) << command;
+            if (keepStore) {
+                EXPECT_EQ(before, history()) << command;
+            }
         }
     }
 

@@ -51,7 +51,7 @@ TEST_F(LocationHostTest, TracksAreReplayedOrRefusedNamingTheFileAndLine) {
     auto point = R"(<trkpt lat="1" lon="2"><ele>3</ele><time>2020-12-18T06:15:50Z</time></trkpt>)";
     struct Case {
         std::string problem, path;  // the problem's beginning; empty for a good track
-        Position first;
+        Position first = {};
     } cases[] = {
         {"", board("track-gpx10.gpx"), {45.772175035, 14.357659249, 542.320923}},
         {"", board("track-gpx11.gpx"), {45.273518851, 13.7142099626, 211.15}},
