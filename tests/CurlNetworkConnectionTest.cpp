@@ -512,6 +512,7 @@ TEST_F(PipeWatchTest, WatchBranches) {
     engine->StopThread();
     EXPECT_EQ(-1, fcntl(ends[0], F_GETFD));
     EXPECT_EQ(-1, fcntl(ends[1], F_GETFD));
+    EXPECT_EQ(0, engine->mPipeIOChannelData.mWriteFd);
 
     // Only a whole pointer is taken as a record.
     auto* record = new Engine::PipeTransCurlData(3);
