@@ -1,6 +1,7 @@
 // The weather agent: answers weather requests with the host's simulated weather, or with the
 // sea-level pressure a real source reports (weather_agent_openmeteo.cpp).
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -60,7 +61,11 @@ void handleLaunch(app_control_h request) {
     if (port.empty()) return;
 
     long long age = atoll(orvex_host::config("agent_age").value_or("0").c_str());
-    long long observed = static_cast<long long>(time(nullptr)) - age;
+    // A stored age may be anything: an observation further off than a long long can say is
+    // reported at the far end instead of wrapping round.
+    long long observed;
+    if (__builtin_sub_overflow(static_cast<long long>(time(nullptr)), age, &observed))
+        observed = age < 0 ? LLONG_MAX : LLONG_MIN;
     std::string pressure;
     if (auto fixed = orvex_host::config("agent_pressure")) {
         pressure = *fixed;

@@ -1,6 +1,7 @@
 // The weather agent's Open-Meteo back end against a local HTTPS server replaying recorded answers.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <fstream>
 #include <map>
 #include <string>
@@ -34,7 +35,26 @@ void receive(int, const char*, const char*, bool, bundle* message, void* entries
         entries);
 }
 
+// Asks the weather agent as the library does, with replies to "reply.port".
+void ask() {
+    app_control_h request = nullptr;
+    ASSERT_EQ(0, app_control_create(&request));
+    app_control_set_app_id(request, "com.marveno.weather-agent");
+    app_control_add_extra_data(request, "MESSAGE", "GET_CURRENT_WEATHER_INFO");
+    app_control_add_extra_data(request, "PORT_ID", "reply.port");
+    ASSERT_EQ(0, app_control_send_launch_request(request, nullptr, nullptr));
+}
+
 using WeatherAgentHostTest = orvex_test::HostTest;
+
+TEST_F(WeatherAgentHostTest, TheSimulatorsObservationTimeNeverWraps) {
+    Entries reply;
+    ASSERT_GE(message_port_register_local_port("reply.port", receive, &reply), 0);
+    orvex_host_agent_set_age(LLONG_MIN);
+    ask();
+    ASSERT_TRUE(orvex_test::runUntil([&] { return !reply.empty(); }));
+    EXPECT_EQ(std::to_string(LLONG_MAX), reply["refreshedTime"]);
+}
 
 TEST_F(WeatherAgentHostTest, AnswersWithTheRecordedPressureOrSaysWhyNot) {
     TestHttpServer server(TestHttpServer::Mode::Https);
@@ -69,12 +89,7 @@ TEST_F(WeatherAgentHostTest, AnswersWithTheRecordedPressureOrSaysWhyNot) {
         orvex_host_agent_set_ca_file(c.trusted ? TestHttpServer::caFile().c_str() : nullptr);
         orvex_host_connection_set_proxy(c.proxy);
         reply.clear();
-        app_control_h request = nullptr;
-        ASSERT_EQ(0, app_control_create(&request));
-        app_control_set_app_id(request, "com.marveno.weather-agent");
-        app_control_add_extra_data(request, "MESSAGE", "GET_CURRENT_WEATHER_INFO");
-        app_control_add_extra_data(request, "PORT_ID", "reply.port");
-        ASSERT_EQ(0, app_control_send_launch_request(request, nullptr, nullptr));
+        ask();
         const int asked = orvex_host_agent_request_count() + 1;
         ASSERT_TRUE(orvex_test::runUntil([&] {
             return orvex_host_agent_request_count() == asked &&
