@@ -28,7 +28,9 @@ public:
                    const std::function<bool(const std::string&)>& ready = nullptr,
                    int signal = SIGINT, int timeoutMs = 10000) const;
 
-    void setEnv(const std::string& name, const std::string& value);
+    void setEnv(const std::string& name, const std::string& value) {
+        env_.emplace_back(name, value);
+    }
     const std::string& home() const { return home_; }
 
 private:
