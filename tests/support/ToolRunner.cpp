@@ -21,12 +21,11 @@ ToolResult ToolRunner::run(const std::vector<std::string>& args, const std::stri
                            const std::function<bool(const std::string&)>& ready, int signal,
                            int timeoutMs) const {
     const std::string in = home_ + "/.stdin", out = home_ + "/.stdout", err = home_ + "/.stderr";
-    ToolResult r;
     g_autoptr(GSubprocessLauncher) launcher = g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_NONE);
     if (!g_file_set_contents(in.c_str(), input.data(), gssize(input.size()), nullptr) ||
         !g_file_set_contents(out.c_str(), "", 0, nullptr) ||
         !g_file_set_contents(err.c_str(), "", 0, nullptr))
-        return r;
+        return {};
     g_subprocess_launcher_set_stdin_file_path(launcher, in.c_str());
     g_subprocess_launcher_set_stdout_file_path(launcher, out.c_str());
     g_subprocess_launcher_set_stderr_file_path(launcher, err.c_str());
@@ -40,7 +39,7 @@ ToolResult ToolRunner::run(const std::vector<std::string>& args, const std::stri
     for (const auto& a : args) argv.push_back(a.c_str());
     argv.push_back(nullptr);
     g_autoptr(GSubprocess) tool = g_subprocess_launcher_spawnv(launcher, argv.data(), nullptr);
-    if (!tool) return r;
+    if (!tool) return {};
     const gint64 deadline = g_get_monotonic_time() + gint64(timeoutMs) * 1000;
     // The identifier goes once the tool has ended; sending the signal after that does nothing.
     while (ready && g_subprocess_get_identifier(tool)) {
@@ -51,11 +50,9 @@ ToolResult ToolRunner::run(const std::vector<std::string>& args, const std::stri
         g_usleep(50 * 1000);
     }
     g_subprocess_wait(tool, nullptr, nullptr);
-    r.exitCode = g_subprocess_get_if_exited(tool) ? g_subprocess_get_exit_status(tool)
-                                                  : 128 + g_subprocess_get_term_sig(tool);
-    r.out = contents(out);
-    r.err = contents(err);
-    return r;
+    const int code = g_subprocess_get_if_exited(tool) ? g_subprocess_get_exit_status(tool)
+                                                      : 128 + g_subprocess_get_term_sig(tool);
+    return {code, contents(out), contents(err)};
 }
 
 }  // namespace orvex_test

@@ -1,6 +1,5 @@
 // Runs the orvex tool as a user would: a separate process with its own data directory.
-#ifndef ORVEX_TEST_TOOL_RUNNER_H
-#define ORVEX_TEST_TOOL_RUNNER_H
+#pragma once
 
 #include <csignal>
 #include <functional>
@@ -40,5 +39,3 @@ private:
 };
 
 }  // namespace orvex_test
-
-#endif
