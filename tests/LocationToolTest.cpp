@@ -10,9 +10,7 @@
 TEST(LocationToolTest, PrintsThePositionGpsdReplays) {
     g_autofree char* gpsfake = g_find_program_in_path("gpsfake");
     if (!gpsfake) GTEST_SKIP() << "gpsfake (Debian package gpsd-clients) is not installed";
-    std::string root = std::string(__FILE__).substr(0, std::string(__FILE__).rfind("/tests/"));
-    std::string log = root + "/../shared/reference-data/board/nmea.log";
-    if (!g_file_test(log.c_str(), G_FILE_TEST_EXISTS)) log.insert(root.size(), "/..");  // worktree
+    const std::string log = std::string(ORVEX_REFERENCE_DATA) + "/board/nmea.log";
     GSocketListener* probe = g_socket_listener_new();
     std::string port = std::to_string(g_socket_listener_add_any_inet_port(probe, nullptr, nullptr));
     g_object_unref(probe);

@@ -10,14 +10,10 @@
 #include <stdlib.h>
 #include <string.h>
 
-typedef CURLcode (*setopt_fn)(CURL*, CURLoption, ...);
-static setopt_fn real_setopt;
-
-__attribute__((constructor)) static void find_real_setopt(void) {
-    real_setopt = (setopt_fn)dlsym(RTLD_NEXT, "curl_easy_setopt");
-}
-
 CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...) {
+    typedef CURLcode (*setopt_fn)(CURL*, CURLoption, ...);
+    static setopt_fn real_setopt;
+    if (!real_setopt) real_setopt = (setopt_fn)dlsym(RTLD_NEXT, "curl_easy_setopt");
     va_list ap;
     va_start(ap, option);
     /* Every option value the library passes is one word: a long, a pointer or a curl_off_t. */
@@ -25,12 +21,12 @@ CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...) {
     va_end(ap);
     const char* from = getenv("ORVEX_TEST_URL_FROM");
     const char* to = getenv("ORVEX_TEST_URL_TO");
-    const char* ca = getenv("ORVEX_TEST_CA_FILE");
+    char url[4096]; /* libcurl keeps a copy */
     if (option == CURLOPT_URL && value && from && to && strncmp(value, from, strlen(from)) == 0) {
-        char url[4096];
         snprintf(url, sizeof url, "%s%s", to, (const char*)value + strlen(from));
-        return real_setopt(handle, option, url); /* libcurl keeps a copy */
+        value = url;
     }
-    if (option == CURLOPT_CAINFO && ca) return real_setopt(handle, option, ca);
+    if (option == CURLOPT_CAINFO && getenv("ORVEX_TEST_CA_FILE"))
+        value = getenv("ORVEX_TEST_CA_FILE");
     return real_setopt(handle, option, value);
 }

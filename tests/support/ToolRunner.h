@@ -1,6 +1,5 @@
 // Runs the orvex tool as a user would: a separate process with its own data directory.
-#ifndef ORVEX_TEST_TOOL_RUNNER_H
-#define ORVEX_TEST_TOOL_RUNNER_H
+#pragma once
 
 #include <csignal>
 #include <functional>
@@ -28,7 +27,9 @@ public:
                    const std::function<bool(const std::string&)>& ready = nullptr,
                    int signal = SIGINT, int timeoutMs = 10000) const;
 
-    void setEnv(const std::string& name, const std::string& value);
+    void setEnv(const std::string& name, const std::string& value) {
+        env_.emplace_back(name, value);
+    }
     const std::string& home() const { return home_; }
 
 private:
@@ -38,5 +39,3 @@ private:
 };
 
 }  // namespace orvex_test
-
-#endif
