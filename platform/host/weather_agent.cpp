@@ -14,11 +14,6 @@
 #include "orvex_host/app_control_control.h"
 #include "orvex_host/control.h"
 
-namespace orvex_host {
-void openMeteoRequest(const std::string& port, const char* agentId);
-void agentProblem(const std::string& why);
-}  // namespace orvex_host
-
 namespace {
 
 const char* const kAgentId = "com.marveno.weather-agent";

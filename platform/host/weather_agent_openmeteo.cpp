@@ -22,11 +22,6 @@
 #include "platform/connection.h"
 #include "platform/location_manager.h"
 
-namespace orvex_host {
-void openMeteoRequest(const std::string& port, const char* agentId);
-void agentProblem(const std::string& why);
-}  // namespace orvex_host
-
 namespace {
 
 const char* const kDefaultUrl = "https://api.open-meteo.com";
