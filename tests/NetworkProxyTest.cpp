@@ -1,6 +1,7 @@
 // NetworkProxy: the listener registry, id allocation and the forwarding of engine events, end to
 // end against the local servers, and what reaches a client when the wire or the server misbehaves.
 #include <curl/curl.h>
+#include <glib.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -248,6 +249,7 @@ TEST_F(NetworkProxyTest, RefusedRequestsReachTheClientAndLeaveNoEntry) {
     // Destroyed before the main loop ran: nobody is called.
     proxy->HttpRequest(get("http://127.0.0.1:9/"), firstId);
     NetworkProxy::Destory();
+    EXPECT_EQ(nullptr, g_main_context_find_source_by_user_data(nullptr, proxy));
     proxy = NetworkProxy::GetInstance();
     drainPending();
     EXPECT_EQ(1u, first.events.size());

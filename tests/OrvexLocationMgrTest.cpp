@@ -73,6 +73,13 @@ TEST_F(OrvexLocationMgrTest, EnablingTheSetting) {
         orvex_host_location_set_enable_answer(accept);
         Listener l;
         EXPECT_EQ(0, mgr->onLocationsetting(&l));
+        if (!accept) {  // deleted while the request is still open: its callbacks go with it
+            M::deleteInstance();
+            EXPECT_FALSE(orvex_host_location_has_enabling_result_cb() ||
+                         orvex_host_location_has_setting_changed_cb());
+            mgr = M::getInstance();
+            EXPECT_EQ(0, mgr->onLocationsetting(&l));
+        }
         // Accepted: the setting change creates the manager, which then reports its state.
         ASSERT_TRUE(runUntil([&] { return l.enables.size() + l.states.size() == 1u + accept; }));
         EXPECT_EQ(std::vector<int>{accept}, l.enables);

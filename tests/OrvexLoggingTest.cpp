@@ -19,9 +19,11 @@ protected:
 TEST_F(OrvexLoggingTest, EachEventGoesToItsProviderPathWithItsFieldsThroughAClientOfItsOwn) {
     const std::string provider = std::string("content://") + ORVEX_LOG_PROVIDER_AUTHORITY + "/log/";
     OrvexLogging* log = OrvexLogging::getInstance();
+    const int bundles = orvex_host_bundle_count();
     for (int type = -1; type <= 12; ++type)
         EXPECT_EQ(1, log->sendMarvenoLog(static_cast<OrvexLoggingType>(type), "auto", 7));
-    ASSERT_EQ(12, orvex_host_usage_log_count());  // the types outside 0..11 send nothing
+    EXPECT_EQ(bundles, orvex_host_bundle_count());  // every event's bundle is freed
+    ASSERT_EQ(12, orvex_host_usage_log_count());    // the types outside 0..11 send nothing
     for (int type = 0; type < 12; ++type) {
         char expected[96];
         snprintf(expected, sizeof expected, "app_id=com.marveno.orvex\nfeature=OX%02d\n%s",

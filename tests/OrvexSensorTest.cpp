@@ -112,6 +112,7 @@ TEST_F(OrvexSensorTest, TrendSensorAndRecorder) {
         // Recording that already runs counts as started.
         orvex_host_fail_next("sensor_recorder_start", 1, static_cast<int>(0xFDBC0007));
         EXPECT_TRUE(sensor.startSensorRecorder());
+        ASSERT_TRUE(sensor.startSensorRecorder());  // really recording, for the destructor
         const long t = 1700000040;  // a multiple of two minutes: each sample opens its own record
         for (long long at : {t - 21601L, t - 3000L, t - 2040L, t - 1200L, t + 1L})
             ASSERT_EQ(0,
