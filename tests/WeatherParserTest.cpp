@@ -109,6 +109,10 @@ TEST_F(WeatherParserTest, EachReaderTakesWhatItCanUseAndNamesWhatIsMissing) {
     EXPECT_EQ((Lines{"previous parser is not closed. find it !!!", "parsing is failed"}), errors());
     EXPECT_EQ("1020.6 1700000400000 100", twc(p));
     EXPECT_EQ("-1.000000", atm(p));
+    // A unit type that is no number reads 0 (what reading it as an int gives), not "not found".
+    JsonNode* metric = json_from_string(R"({"Metric":{"UnitType":"mb"}})", nullptr);
+    EXPECT_EQ(0, p.GetDoubleValueUnit(metric, "Metric").unitType);
+    json_node_unref(metric);
 }
 
 TEST_F(WeatherParserTest, BodiesNestedTooDeepAreRefusedLikeAnyBodyThatIsNotJson) {
