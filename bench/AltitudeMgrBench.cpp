@@ -21,29 +21,17 @@
 #include "CurlHooks.h"
 #include "NetworkProxy.h"
 #include "OrvexAltitudeMgr.h"
-#include "RawSocketServer.h"
 #include "TestHttpServer.h"
 
 namespace {
 
 const std::string kTwcPath = "/v2/aggcommon/v3-location-point;v3-wx-observations-current;v3-links";
 
+// The services' stand-in issues TLS session tickets, as real services do, so that the second
+// request of the AccuWeather chain can resume the first one's session.
 orvex_test::TestHttpServer& server() {
     static orvex_test::TestHttpServer s(orvex_test::TestHttpServer::Mode::Https);
     return s;
-}
-
-// AccuWeather's stand-in issues TLS session tickets, as real services do, so that the second
-// request of the chain can resume the first one's session.
-orvex_test::RawSocketServer& ticketServer() {
-    static orvex_test::RawSocketServer s;
-    return s;
-}
-
-std::string httpOk(const std::string& body) {
-    return "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nConnection: close\r\n"
-           "Content-Length: " +
-           std::to_string(body.size()) + "\r\n\r\n" + body;
 }
 
 struct Listener : OrvexAltitudeMgrEvent {
@@ -89,7 +77,7 @@ bool curlGet(const std::string& url, CURLSH* share = nullptr) {
 // of the first request is resumed by the second, without one every request is a full handshake.
 void curlChain(benchmark::State& state, bool twc, bool shareSessions) {
     std::string base = "https://localhost:" + std::to_string(server().port());
-    std::string accu = "https://localhost:" + std::to_string(ticketServer().port());
+
     CURLSH* share = nullptr;
     if (shareSessions) {
         share = curl_share_init();
@@ -98,11 +86,11 @@ void curlChain(benchmark::State& state, bool twc, bool shareSessions) {
     }
     for (auto _ : state) {
         bool ok = twc ? curlGet(base + kTwcPath + "?units=e&geocode=46.020000,7.750000&apiKey=tw")
-                      : curlGet(accu +
+                      : curlGet(base +
                                     "/locations/v1/cities/geoposition/search.json?q=46.020000,"
                                     "7.750000&apikey=&language=en",
                                 share) &&
-                            curlGet(accu + "/currentconditions/v1/2283045.json?apikey=", share);
+                            curlGet(base + "/currentconditions/v1/2283045.json?apikey=", share);
         if (!ok) state.SkipWithError("request failed");
     }
     if (share) curl_share_cleanup(share);
@@ -146,8 +134,8 @@ public:
         if (reuse > 0)
             std::cout << "ratio AccuWeather without / with TLS session reuse (libcurl): "
                       << noReuse / reuse
-                      << "; sessions resumed by the server: " << ticketServer().resumedCount()
-                      << " of " << ticketServer().acceptedCount() << " connections\n";
+                      << "; sessions resumed by the server: " << server().resumedCount() << " of "
+                      << server().acceptedCount() << " connections\n";
     }
 
 private:
@@ -168,16 +156,13 @@ int main(int argc, char** argv) {
     }
     server().route(kTwcPath, {200, {}, R"({"v3-wx-observations-current":
         {"pressureMeanSeaLevel": 1016.9, "validTimeUtc": 1700000400}})"});
-    ticketServer().useTls();
-    ticketServer().setAction(orvex_test::RawSocketServer::Action::Reply);
-    ticketServer().setReply("/locations/v1/cities/geoposition/search.json",
-                            httpOk(R"({"Key": "2283045"})"));
-    ticketServer().setReply("/currentconditions/v1/2283045.json",
-                            httpOk(R"([{"EpochTime": 1700000000, "Pressure": {"Metric":
-                       {"Value": 1018.3, "Unit": "mb", "UnitType": 14}}}])"));
+    server().route("/locations/v1/cities/geoposition/search.json",
+                   {200, {}, R"({"Key": "2283045"})"});
+    server().route("/currentconditions/v1/2283045.json",
+                   {200, {}, R"([{"EpochTime": 1700000000, "Pressure": {"Metric":
+                       {"Value": 1018.3, "Unit": "mb", "UnitType": 14}}}])"});
     std::string local = "https://localhost:" + std::to_string(server().port());
-    orvex_test::curlRedirect(std::string("https://") + ORVEX_ACCUWEATHER_HOST,
-                             "https://localhost:" + std::to_string(ticketServer().port()));
+    orvex_test::curlRedirect(std::string("https://") + ORVEX_ACCUWEATHER_HOST, local);
     orvex_test::curlRedirect(std::string("https://") + ORVEX_TWC_HOST, local);
     orvex_test::curlOverrideCaFile(orvex_test::TestHttpServer::caFile());
     RatioReporter reporter;

@@ -17,11 +17,11 @@ packages=(
 )
 for purpose in "$@"; do
     case "$purpose" in
-    test) packages+=(libgtest-dev libgmock-dev libmicrohttpd-dev libgnutls28-dev openssl
+    test) packages+=(libgtest-dev libgmock-dev libgnutls28-dev openssl
                      ca-certificates gpsd gpsd-clients librsvg2-bin netpbm) ;;
     fuzz) packages+=(clang libclang-rt-14-dev) ;;
     docs) packages+=(doxygen) ;;
-    bench) packages+=(libbenchmark-dev libmicrohttpd-dev libgnutls28-dev valgrind strace) ;;
+    bench) packages+=(libbenchmark-dev libgnutls28-dev valgrind strace) ;;
     package) packages+=(dpkg-dev file) ;;
     format) packages+=(clang-format-14) ;;
     *)

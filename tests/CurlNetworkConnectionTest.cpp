@@ -20,9 +20,9 @@
 #include "CurlHooks.h"
 #include "CurlNetworkConnection.h"
 #include "HostFixture.h"
+#include "HostileRoutes.h"
 #include "HttpEvents.h"
 #include "MainLoop.h"
-#include "RawSocketServer.h"
 #include "TestHttpServer.h"
 
 using namespace orvex_test;
@@ -257,10 +257,8 @@ TEST_F(CurlEngineTest, ARequestQueuedWhileTheWorkerEndsIsNotLost) {
 
 TEST_F(CurlEngineTest, HttpsVerifiesTheCaAndResumesTlsSessionsAcrossBursts) {
     TrustTestCa trust;
-    RawSocketServer good;
-    good.useTls();
-    good.setAction(RawSocketServer::Action::Reply,
-                   "HTTP/1.1 200 OK\r\nContent-Length: 6\r\nConnection: close\r\n\r\nsecure");
+    TestHttpServer good(TestHttpServer::Mode::Https);
+    good.route("/", {200, {}, "secure"});
     TestHttpServer bad(TestHttpServer::Mode::HttpsUntrusted);
     bad.route("/", {200, {}, "never read"});
 
@@ -289,7 +287,7 @@ TEST_F(CurlEngineTest, CancelsTakeRequestsOutAndReportThemAsCompleted) {
     EXPECT_EQ(std::vector<std::string>(3, "Failed get curl multi session"), errors());
 
     TestHttpServer server;
-    server.route("/silent", {200, {}, "", false, false, 0, true});
+    server.route("/silent", hostile::silent());
     server.route("/quick", {200, {}, "quick"});
     engine->HttpRequest(request(1, server.url("/silent")));
     engine->HttpRequest(request(2, server.url("/silent")));
@@ -402,15 +400,14 @@ TEST_F(CurlEngineTest, ProxyRule) {
     EXPECT_EQ(0, orvex_host_connection_open_handles());
 
     // A real proxy is used: the request line names the absolute URL.
-    RawSocketServer proxy;
-    proxy.setAction(RawSocketServer::Action::Reply,
-                    "HTTP/1.1 200 OK\r\nContent-Length: 7\r\n\r\nproxied");
+    TestHttpServer proxy;
+    proxy.route("*", {200, {}, "proxied"});
     orvex_host_connection_set_proxy(("http://127.0.0.1:" + std::to_string(proxy.port())).c_str());
     engine->HttpRequest(request(4, "http://weather.invalid/now?x=1"));
     ASSERT_TRUE(runUntil([&] { return engine->idle(); }));
     EXPECT_EQ("response 4 proxied", events.events.back());
     ASSERT_EQ(1u, proxy.requests().size());
-    EXPECT_EQ(0u, proxy.requests()[0].find("GET http://weather.invalid/now?x=1 HTTP/1.1\r\n"));
+    EXPECT_EQ(0u, proxy.requests()[0].head.find("GET http://weather.invalid/now?x=1 HTTP/1.1\r\n"));
 }
 
 TEST_F(CurlEngineTest, VerboseHeadersReachTheLogWithoutSecretsOrBodies) {

@@ -17,7 +17,6 @@
 #include "HttpEvents.h"
 #include "MainLoop.h"
 #include "NetworkProxy.h"
-#include "RawSocketServer.h"
 #include "TestHttpServer.h"
 
 using namespace orvex_test;
@@ -135,7 +134,7 @@ TEST_F(NetworkProxyTest, RejectsUnknownListenersAndRequests) {
 
 TEST_F(NetworkProxyTest, CancelledRequestsKeepTheirEntryAndIdsCountOn) {
     TestHttpServer server;
-    server.route("/hold", {200, {}, "", false, false, 0, true});
+    server.route("/hold", hostile::silent());
     server.route("/ok", {200, {}, "ok"});
     ClientEvents client;
     int id = proxy->RegisterHttpNetworkEventListener(&client);
@@ -187,7 +186,7 @@ TEST_F(NetworkProxyTest, ForwardsEveryEngineEvent) {
     ClientEvents client;
     int id = proxy->RegisterHttpNetworkEventListener(&client);
     TestHttpServer server;
-    server.route("/hold", {200, {}, "", false, false, 0, true});
+    server.route("/hold", hostile::silent());
     // Put ids 0..4 in the request map, owned by the client.
     for (int i = 0; i < 5; ++i) proxy->HttpRequest(get(server.url("/hold")), id);
     client.events.clear();
@@ -286,17 +285,13 @@ protected:
 TEST_F(HttpFaultTest, ConnectionLevelFailures) {
     EXPECT_TRUE(failsOnce("http://127.0.0.1:9/refused"));
 
-    RawSocketServer raw;
-    raw.setAction(RawSocketServer::Action::CloseImmediately);
-    EXPECT_TRUE(failsOnce(raw.url("/closed-at-once")));
-    raw.setAction(RawSocketServer::Action::CloseAfterRequest);
-    EXPECT_TRUE(failsOnce(raw.url("/closed-before-answer")));
-    raw.setAction(RawSocketServer::Action::Reply,
-                  "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nonly a few bytes");
-    EXPECT_TRUE(failsOnce(raw.url("/closed-mid-body")));
-    raw.setAction(RawSocketServer::Action::Reply, "this is not HTTP\r\n\r\n");
-    EXPECT_TRUE(failsOnce(raw.url("/garbage")));
-
+    TestHttpServer raw;
+    const char* const answers[] = {"", "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nonly a few",
+                                   "this is not HTTP\r\n\r\n"};
+    for (const char* answer : answers) {
+        raw.route("/", hostile::raw(answer));
+        EXPECT_TRUE(failsOnce(raw.url("/"))) << answer;
+    }
     // Plain HTTP spoken to a TLS server.
     TestHttpServer tls(TestHttpServer::Mode::Https);
     EXPECT_TRUE(failsOnce("http://127.0.0.1:" + std::to_string(tls.port()) + "/"));
@@ -333,11 +328,11 @@ TEST_F(HttpFaultTest, HostileAnswersEndInOneFailure) {
 }
 
 TEST_F(HttpFaultTest, ASilentServerIsEndedByDestroyingTheProxy) {
-    RawSocketServer raw;
-    raw.setAction(RawSocketServer::Action::Hold);
+    TestHttpServer raw;
+    raw.route("/hold", hostile::silent());
     proxy->HttpRequest(get(raw.url("/hold")), listenerId);
     proxy->HttpRequest(get(raw.url("/hold")), listenerId);
-    ASSERT_TRUE(runUntil([&] { return raw.requests().size() == 2; }));
+    ASSERT_TRUE(runUntil([&] { return raw.heldCount() == 2; }));
     NetworkProxy::Destory();
     drainPending();
     EXPECT_EQ((std::vector<std::string>{"accepted 0", "accepted 1"}), client.events);

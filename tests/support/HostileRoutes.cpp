@@ -68,5 +68,17 @@ HttpRoute redirect(const std::string& location) {
     return r;
 }
 
+HttpRoute raw(const std::string& bytes) {
+    HttpRoute r;
+    r.raw = bytes;
+    return r;
+}
+
+HttpRoute silent() {
+    HttpRoute r;
+    r.neverAnswer = true;
+    return r;
+}
+
 }  // namespace hostile
 }  // namespace orvex_test

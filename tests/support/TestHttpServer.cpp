@@ -1,14 +1,19 @@
 #include "TestHttpServer.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gio/gio.h>
-#include <microhttpd.h>
+#include <gnutls/gnutls.h>
 #include <netinet/in.h>
+#include <poll.h>
+#include <strings.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <cstring>
-#include <memory>
 
 #include "TestCertificates.h"
 
@@ -36,169 +41,254 @@ std::string gzipped(const std::string& in) {
     return out;
 }
 
-// Serves a body in 7-byte pieces so that a chunked answer really has several chunks.
-struct ChunkSource {
-    std::string body;
-    size_t offset = 0;
+std::string unescape(std::string text) {
+    std::replace(text.begin(), text.end(), '+', ' ');
+    g_autofree char* plain = g_uri_unescape_string(text.c_str(), nullptr);
+    return plain ? plain : text;
+}
+
+// The request line, headers and query of a request head.
+ReceivedRequest parse(const std::string& head) {
+    ReceivedRequest r;
+    r.head = head;
+    size_t lineEnd = head.find("\r\n");
+    std::string line = head.substr(0, lineEnd);
+    size_t sp1 = line.find(' '), sp2 = line.rfind(' ');
+    r.method = line.substr(0, sp1);
+    std::string target = sp1 < sp2 ? line.substr(sp1 + 1, sp2 - sp1 - 1) : std::string();
+    size_t q = target.find('?');
+    r.path = target.substr(0, q);
+    for (size_t at = q; at != std::string::npos && at < target.size();) {
+        size_t end = target.find('&', at + 1);
+        std::string arg = target.substr(at + 1, end == std::string::npos ? end : end - at - 1);
+        size_t eq = arg.find('=');
+        if (!arg.empty())
+            r.query.emplace_back(unescape(arg.substr(0, eq)),
+                                 eq == std::string::npos ? "" : unescape(arg.substr(eq + 1)));
+        at = end;
+    }
+    for (size_t at = lineEnd + 2; at < head.size();) {
+        size_t end = head.find("\r\n", at);
+        std::string header = head.substr(at, end - at);
+        size_t colon = header.find(':');
+        if (colon != std::string::npos)
+            r.headers.emplace_back(
+                header.substr(0, colon),
+                header.substr(std::min(header.find_first_not_of(' ', colon + 1), header.size())));
+        at = end + 2;
+    }
+    return r;
+}
+
+// One connection, plain or TLS.
+struct Wire {
+    int fd;
+    gnutls_session_t tls = nullptr;
+
+    ssize_t read(char* buf, size_t size) {
+        return tls ? gnutls_record_recv(tls, buf, size) : ::read(fd, buf, size);
+    }
+    bool write(const char* data, size_t size) {
+        while (size > 0) {
+            ssize_t n =
+                tls ? gnutls_record_send(tls, data, size) : send(fd, data, size, MSG_NOSIGNAL);
+            if (n <= 0) return false;
+            data += n;
+            size -= static_cast<size_t>(n);
+        }
+        return true;
+    }
+    bool write(const std::string& text) { return write(text.data(), text.size()); }
+    bool chunk(const char* data, size_t size) {
+        char line[24];
+        snprintf(line, sizeof line, "%zx\r\n", size);
+        return write(line, strlen(line)) && write(data, size) && write("\r\n", 2);
+    }
 };
-
-ssize_t readChunk(void* cls, uint64_t, char* buf, size_t max) {
-    auto* src = static_cast<ChunkSource*>(cls);
-    if (src->offset >= src->body.size()) return MHD_CONTENT_READER_END_OF_STREAM;
-    size_t n = std::min<size_t>({7, max, src->body.size() - src->offset});
-    memcpy(buf, src->body.data() + src->offset, n);
-    src->offset += n;
-    return static_cast<ssize_t>(n);
-}
-
-void freeChunk(void* cls) { delete static_cast<ChunkSource*>(cls); }
-
-using Stream = std::function<size_t(char*, size_t)>;
-
-ssize_t readStream(void* cls, uint64_t, char* buf, size_t max) {
-    size_t n = (*static_cast<Stream*>(cls))(buf, max);
-    return n ? static_cast<ssize_t>(n) : MHD_CONTENT_READER_END_OF_STREAM;
-}
-
-void freeStream(void* cls) { delete static_cast<Stream*>(cls); }
-
-MHD_Result collect(void* cls, MHD_ValueKind, const char* key, const char* value) {
-    static_cast<HeaderList*>(cls)->emplace_back(key ? key : "", value ? value : "");
-    return MHD_YES;
-}
 
 }  // namespace
 
-struct TestHttpServerDetail {
-    struct Connection {
-        std::string body;
-    };
-
-    static MHD_Result onRequest(void* cls, MHD_Connection* connection, const char* url,
-                                const char* method, const char*, const char* uploadData,
-                                size_t* uploadDataSize, void** conCls) {
-        auto* self = static_cast<TestHttpServer*>(cls);
-        if (!*conCls) {
-            *conCls = new Connection();
-            return MHD_YES;
-        }
-        auto* state = static_cast<Connection*>(*conCls);
-        if (*uploadDataSize) {
-            state->body.append(uploadData, *uploadDataSize);
-            *uploadDataSize = 0;
-            return MHD_YES;
-        }
-
-        ReceivedRequest req;
-        req.method = method;
-        req.path = url;
-        req.body = state->body;
-        MHD_get_connection_values(connection, MHD_GET_ARGUMENT_KIND, collect, &req.query);
-        MHD_get_connection_values(connection, MHD_HEADER_KIND, collect, &req.headers);
-
-        HttpRoute route;
-        bool found = false;
-        {
-            std::lock_guard<std::mutex> lock(self->mutex_);
-            self->requests_.push_back(req);
-            auto it = self->routes_.find(req.path);
-            if (it != self->routes_.end()) {
-                route = it->second;
-                found = true;
-            }
-        }
-        if (!found) {
-            route.status = 404;
-            route.body = "not found";
-        }
-
-        if (route.neverAnswer || route.delayMs > 0) {
-            std::unique_lock<std::mutex> lock(self->mutex_);
-            ++self->held_;
-            unsigned generation = self->releaseGeneration_;
-            auto released = [&] {
-                return self->stopping_ || self->releaseGeneration_ != generation;
-            };
-            bool let_go;
-            if (route.neverAnswer) {
-                self->released_.wait(lock, released);
-                let_go = true;
-            } else {
-                let_go = self->released_.wait_for(lock, std::chrono::milliseconds(route.delayMs),
-                                                  released) &&
-                         self->stopping_;
-            }
-            --self->held_;
-            if (let_go) return MHD_NO;  // closes the connection without an answer
-        }
-
-        std::string body = route.gzip ? gzipped(route.body) : route.body;
-        MHD_Response* response;
-        if (route.makeStream) {
-            response = MHD_create_response_from_callback(
-                route.streamLength == UINT64_MAX ? MHD_SIZE_UNKNOWN : route.streamLength, 64 * 1024,
-                readStream, new Stream(route.makeStream()), freeStream);
-        } else if (route.chunked) {
-            auto* src = new ChunkSource{body, 0};
-            response = MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, 1024, readChunk, src,
-                                                         freeChunk);
-        } else {
-            response =
-                MHD_create_response_from_buffer(body.size(), body.data(), MHD_RESPMEM_MUST_COPY);
-        }
-        if (!response) return MHD_NO;
-        for (const auto& h : route.headers)
-            MHD_add_response_header(response, h.first.c_str(), h.second.c_str());
-        if (route.gzip) MHD_add_response_header(response, "Content-Encoding", "gzip");
-        MHD_Result ret =
-            MHD_queue_response(connection, static_cast<unsigned>(route.status), response);
-        MHD_destroy_response(response);
-        return ret;
+// Credentials and the ticket key every TLS connection of a server shares.
+struct TestHttpServer::Tls {
+    gnutls_certificate_credentials_t credentials = nullptr;
+    gnutls_datum_t ticketKey{nullptr, 0};
+    explicit Tls(const TestCertificates& certs) {
+        auto datum = [](const std::string& pem) {
+            return gnutls_datum_t{reinterpret_cast<unsigned char*>(const_cast<char*>(pem.data())),
+                                  static_cast<unsigned>(pem.size())};
+        };
+        gnutls_datum_t cert = datum(certs.serverCertPem), key = datum(certs.serverKeyPem);
+        gnutls_certificate_allocate_credentials(&credentials);
+        gnutls_certificate_set_x509_key_mem(credentials, &cert, &key, GNUTLS_X509_FMT_PEM);
+        gnutls_session_ticket_key_generate(&ticketKey);
     }
-
-    static void onCompleted(void*, MHD_Connection*, void** conCls, MHD_RequestTerminationCode) {
-        delete static_cast<Connection*>(*conCls);
-        *conCls = nullptr;
+    ~Tls() {
+        gnutls_certificate_free_credentials(credentials);
+        gnutls_free(ticketKey.data);
     }
 };
 
 TestHttpServer::TestHttpServer(Mode mode) : mode_(mode) {
+    // A client that hangs up mid-answer must not end the test program.
+    signal(SIGPIPE, SIG_IGN);
+    if (mode == Mode::Https) tls_ = std::make_unique<Tls>(TestCertificates::trusted());
+    if (mode == Mode::HttpsUntrusted) tls_ = std::make_unique<Tls>(TestCertificates::untrusted());
+    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) return;
     sockaddr_in addr{};
     addr.sin_family = AF_INET;
     addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    addr.sin_port = 0;
-
-    unsigned flags = MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD;
-    const TestCertificates* certs = nullptr;
-    if (mode == Mode::Https) certs = &TestCertificates::trusted();
-    if (mode == Mode::HttpsUntrusted) certs = &TestCertificates::untrusted();
-    if (certs) {
-        flags |= MHD_USE_TLS;
-        daemon_ = MHD_start_daemon(flags, 0, nullptr, nullptr, &TestHttpServerDetail::onRequest,
-                                   this, MHD_OPTION_SOCK_ADDR, reinterpret_cast<sockaddr*>(&addr),
-                                   MHD_OPTION_NOTIFY_COMPLETED, &TestHttpServerDetail::onCompleted,
-                                   this, MHD_OPTION_HTTPS_MEM_KEY, certs->serverKeyPem.c_str(),
-                                   MHD_OPTION_HTTPS_MEM_CERT, certs->serverCertPem.c_str(),
-                                   MHD_OPTION_END);
-    } else {
-        daemon_ = MHD_start_daemon(flags, 0, nullptr, nullptr, &TestHttpServerDetail::onRequest,
-                                   this, MHD_OPTION_SOCK_ADDR, reinterpret_cast<sockaddr*>(&addr),
-                                   MHD_OPTION_NOTIFY_COMPLETED, &TestHttpServerDetail::onCompleted,
-                                   this, MHD_OPTION_END);
+    socklen_t len = sizeof addr;
+    if (bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || listen(fd, 64) != 0 ||
+        getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) != 0 ||
+        pipe2(wakePipe_, O_CLOEXEC) != 0) {
+        close(fd);
+        return;
     }
-    if (daemon_) {
-        const MHD_DaemonInfo* info = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_BIND_PORT);
-        port_ = info ? info->port : 0;
-    }
+    port_ = ntohs(addr.sin_port);
+    listenFd_ = fd;
+    acceptor_ = std::thread([this] { acceptLoop(); });
 }
 
 TestHttpServer::~TestHttpServer() {
     {
         std::lock_guard<std::mutex> lock(mutex_);
         stopping_ = true;
+        for (int fd : openFds_) shutdown(fd, SHUT_RDWR);
     }
     released_.notify_all();
-    if (daemon_) MHD_stop_daemon(daemon_);
+    if (wakePipe_[1] >= 0) (void)!write(wakePipe_[1], "x", 1);
+    if (acceptor_.joinable()) acceptor_.join();
+    for (auto& w : workers_) w.thread.join();
+    if (listenFd_ >= 0) close(listenFd_);
+    for (int fd : wakePipe_)
+        if (fd >= 0) close(fd);
+}
+
+void TestHttpServer::acceptLoop() {
+    for (;;) {
+        pollfd fds[2] = {{listenFd_, POLLIN, 0}, {wakePipe_[0], POLLIN, 0}};
+        if (poll(fds, 2, -1) < 0) continue;
+        if (fds[1].revents) return;
+        int fd = accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
+        if (fd < 0) continue;
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (stopping_) {
+            close(fd);
+            return;
+        }
+        // Threads of finished connections are joined as new ones come.
+        for (auto it = workers_.begin(); it != workers_.end();) {
+            if (!it->done) {
+                ++it;
+                continue;
+            }
+            it->thread.join();
+            it = workers_.erase(it);
+        }
+        ++accepted_;
+        openFds_.push_back(fd);
+        Worker& worker = workers_.emplace_back();
+        worker.thread = std::thread([this, fd, &worker] { serve(fd, &worker); });
+    }
+}
+
+bool TestHttpServer::hold(const HttpRoute& route) {
+    if (!route.neverAnswer && route.delayMs <= 0) return true;
+    std::unique_lock<std::mutex> lock(mutex_);
+    ++held_;
+    unsigned generation = releaseGeneration_;
+    auto released = [&] { return stopping_ || releaseGeneration_ != generation; };
+    if (route.neverAnswer)
+        released_.wait(lock, released);
+    else
+        released_.wait_for(lock, std::chrono::milliseconds(route.delayMs), released);
+    --held_;
+    return !route.neverAnswer && !stopping_;
+}
+
+void TestHttpServer::serve(int fd, Worker* self) {
+    Wire wire{fd};
+    bool open = true;
+    if (tls_) {
+        gnutls_init(&wire.tls, GNUTLS_SERVER);
+        gnutls_set_default_priority(wire.tls);
+        gnutls_credentials_set(wire.tls, GNUTLS_CRD_CERTIFICATE, tls_->credentials);
+        gnutls_session_ticket_enable_server(wire.tls, &tls_->ticketKey);
+        gnutls_transport_set_int(wire.tls, fd);
+        open = gnutls_handshake(wire.tls) >= 0;
+        std::lock_guard<std::mutex> lock(mutex_);
+        resumed_ += open && gnutls_session_is_resumed(wire.tls);
+    }
+    std::string data;
+    char buf[4096];
+    size_t headEnd;
+    while (open && (headEnd = data.find("\r\n\r\n")) == std::string::npos) {
+        ssize_t n = wire.read(buf, sizeof buf);
+        if (n <= 0)
+            open = false;
+        else
+            data.append(buf, static_cast<size_t>(n));
+    }
+    if (open) {
+        ReceivedRequest request = parse(data.substr(0, headEnd + 4));
+        request.body = data.substr(headEnd + 4);
+        size_t length = 0;
+        for (const auto& h : request.headers) {
+            if (strcasecmp(h.first.c_str(), "Content-Length") == 0) length = std::stoul(h.second);
+            if (strcasecmp(h.first.c_str(), "Expect") == 0 && request.body.size() < length)
+                wire.write("HTTP/1.1 100 Continue\r\n\r\n");
+        }
+        for (ssize_t n = 0; request.body.size() < length; request.body.append(buf, n))
+            if ((n = wire.read(buf, sizeof buf)) <= 0) break;
+
+        HttpRoute route{404, {}, "not found"};
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            requests_.push_back(request);
+            auto it = routes_.find(request.path);
+            if (it == routes_.end()) it = routes_.find("*");
+            if (it != routes_.end()) route = it->second;
+        }
+        if (route.raw) {
+            wire.write(*route.raw);
+        } else if (hold(route)) {
+            std::string body = route.gzip ? gzipped(route.body) : route.body;
+            bool chunked = route.makeStream ? route.streamLength == UINT64_MAX : route.chunked;
+            std::string head = "HTTP/1.1 " + std::to_string(route.status) +
+                               (route.status == 200 ? " OK" : " Status") +
+                               "\r\nConnection: close\r\n";
+            for (const auto& h : route.headers) head += h.first + ": " + h.second + "\r\n";
+            if (route.gzip) head += "Content-Encoding: gzip\r\n";
+            head += chunked
+                        ? "Transfer-Encoding: chunked\r\n"
+                        : "Content-Length: " +
+                              std::to_string(route.makeStream ? route.streamLength : body.size()) +
+                              "\r\n";
+            bool sending = wire.write(head + "\r\n");
+            if (route.makeStream) {
+                auto next = route.makeStream();
+                std::vector<char> piece(64 * 1024);
+                for (size_t n; sending && (n = next(piece.data(), piece.size())) > 0;)
+                    sending = chunked ? wire.chunk(piece.data(), n) : wire.write(piece.data(), n);
+            } else if (chunked) {
+                // Small pieces, so that the answer really has several chunks.
+                for (size_t at = 0; sending && at < body.size(); at += 7)
+                    sending = wire.chunk(body.data() + at, std::min<size_t>(7, body.size() - at));
+            } else {
+                sending = wire.write(body);
+            }
+            if (sending && chunked) wire.write("0\r\n\r\n");
+        }
+    }
+    if (wire.tls) {
+        gnutls_bye(wire.tls, GNUTLS_SHUT_WR);
+        gnutls_deinit(wire.tls);
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    openFds_.erase(std::remove(openFds_.begin(), openFds_.end(), fd), openFds_.end());
+    close(fd);
+    self->done = true;
 }
 
 std::string TestHttpServer::url(const std::string& pathAndQuery) const {
@@ -224,6 +314,16 @@ std::vector<ReceivedRequest> TestHttpServer::requests() const {
 size_t TestHttpServer::requestCount() const {
     std::lock_guard<std::mutex> lock(mutex_);
     return requests_.size();
+}
+
+int TestHttpServer::acceptedCount() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return accepted_;
+}
+
+int TestHttpServer::resumedCount() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return resumed_;
 }
 
 int TestHttpServer::heldCount() const {

@@ -1,4 +1,7 @@
-// In-process HTTP and HTTPS servers on loopback for the networking tests and benchmarks.
+// An HTTP and HTTPS server on loopback for the networking tests and benchmarks. It answers
+// well-formed requests with what a route says, and can also misbehave on purpose: close before or
+// in the middle of an answer, send hand-written bytes, or keep silent. It records every request it
+// reads, so that it also serves as a minimal HTTP proxy.
 //
 //   orvex_test::TestHttpServer server(orvex_test::TestHttpServer::Mode::Https);
 //   server.route("/weather", {200, {{"Content-Type", "application/json"}}, "{\"t\":1}"});
@@ -7,23 +10,25 @@
 // libcurl clients trust the server by verifying against caFile(). The library verifies against its
 // build-time CA file; a test makes it trust caFile() with orvex_test::TrustTestCa (CurlHooks.h).
 //
-// Each server listens on a free port of 127.0.0.1 chosen by the kernel and answers every
-// connection on its own thread, so a slow or silent route holds only its own connection. Paths
-// without a route answer 404. The destructor releases held connections and stops the server.
+// The server listens on a free port of 127.0.0.1 and serves each connection on its own thread, one
+// request per connection ("Connection: close"), so a slow or silent route holds only its own
+// connection. HTTPS servers issue TLS session tickets, so a client can resume a session on a later
+// connection. Paths without a route get the "*" route, or 404.
 #ifndef ORVEX_TEST_HTTP_SERVER_H
 #define ORVEX_TEST_HTTP_SERVER_H
 
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <list>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
-
-struct MHD_Daemon;
-struct MHD_Connection;
 
 namespace orvex_test {
 
@@ -37,7 +42,7 @@ struct HttpRoute {
     bool gzip = false;
     // Send the body with chunked transfer encoding, in small chunks.
     bool chunked = false;
-    // Answer only after this many milliseconds.
+    // Answer only after this many milliseconds (or at once on releaseHeld()).
     int delayMs = 0;
     // Never answer: hold the connection until releaseHeld() or the server stops, then close it.
     bool neverAnswer = false;
@@ -46,11 +51,15 @@ struct HttpRoute {
     // streamLength as Content-Length, chunked when it is UINT64_MAX.
     std::function<std::function<size_t(char*, size_t)>()> makeStream = nullptr;
     uint64_t streamLength = UINT64_MAX;
+    // Bytes sent as they stand instead of an answer, then the connection is closed; empty closes
+    // without a byte.
+    std::optional<std::string> raw = std::nullopt;
 };
 
 struct ReceivedRequest {
+    std::string head;  // the request line and headers as received, blank line included
     std::string method;
-    std::string path;    // without the query
+    std::string path;    // the request target without the query
     HeaderList query;    // decoded query arguments, in order
     HeaderList headers;  // in the order received
     std::string body;
@@ -70,39 +79,57 @@ public:
     TestHttpServer& operator=(const TestHttpServer&) = delete;
 
     // False when the server could not start (the tests then fail on it).
-    bool ok() const { return daemon_ != nullptr; }
+    bool ok() const { return listenFd_ >= 0; }
     uint16_t port() const { return port_; }
     // "http[s]://127.0.0.1:<port>" + pathAndQuery.
     std::string url(const std::string& pathAndQuery) const;
     // The same through the host name "localhost", so that the client resolves a name.
     std::string hostUrl(const std::string& pathAndQuery) const;
 
-    // Adds or replaces the answer for a path (without query).
+    // Adds or replaces the answer for a path (without query); "*" answers every other path.
     void route(const std::string& path, HttpRoute answer);
 
     std::vector<ReceivedRequest> requests() const;
     size_t requestCount() const;
+    // Connections accepted, and those of them that resumed an earlier TLS session.
+    int acceptedCount() const;
+    int resumedCount() const;
     // Number of requests currently held by delayMs or neverAnswer routes.
     int heldCount() const;
-    // Lets every held request go (closing without an answer for neverAnswer routes).
+    // Lets every held request go: delayed ones are answered, neverAnswer ones closed.
     void releaseHeld();
 
     // PEM file of the CA that signs Mode::Https servers.
     static std::string caFile();
 
 private:
-    friend struct TestHttpServerDetail;
+    struct Tls;
+    struct Worker {
+        std::thread thread;
+        bool done = false;
+    };
+    void acceptLoop();
+    void serve(int fd, Worker* self);
+    // Waits while a route holds the request; false when the connection is to close unanswered.
+    bool hold(const HttpRoute& route);
 
     Mode mode_;
-    MHD_Daemon* daemon_ = nullptr;
+    int listenFd_ = -1;
+    int wakePipe_[2] = {-1, -1};
     uint16_t port_ = 0;
+    std::unique_ptr<Tls> tls_;
     mutable std::mutex mutex_;
     std::condition_variable released_;
     bool stopping_ = false;
     unsigned releaseGeneration_ = 0;
     int held_ = 0;
+    int accepted_ = 0;
+    int resumed_ = 0;
     std::map<std::string, HttpRoute> routes_;
     std::vector<ReceivedRequest> requests_;
+    std::vector<int> openFds_;
+    std::list<Worker> workers_;
+    std::thread acceptor_;
 };
 
 }  // namespace orvex_test
