@@ -132,8 +132,7 @@ TEST_F(AltitudeMgrTest, OutcomesAtEitherStep) {
         HttpRoute weather;
         int completed;
     };
-    HttpRoute dropped;
-    dropped.neverAnswer = true;
+    const HttpRoute dropped = orvex_test::hostile::silent();
     const Case cases[] = {
         {"no pressure unit type is a success with 0",
          {200, {}, kGeoAnswer},
@@ -202,8 +201,7 @@ TEST_F(AltitudeMgrTest, AfterAFailedSendTheNextRequestRuns) {
 }
 
 TEST_F(AltitudeMgrTest, TimeOutAtEitherStepCancelsAndTellsNobody) {
-    HttpRoute held;
-    held.neverAnswer = true;
+    const HttpRoute held = orvex_test::hostile::silent();
     for (int step = 0; step < 2; ++step) {
         serveAccuWeather(step == 0 ? held : HttpRoute{200, {}, kGeoAnswer},
                          step == 1 ? held : HttpRoute{200, {}, kAccuAnswer});
@@ -264,9 +262,7 @@ TEST_F(AltitudeMgrTest, RefusedRegistrationFailsAtOnceAndItsTimeOutCancelsTheNex
     // The failure event came at once; the time-out stays armed although nothing runs.
     EXPECT_EQ(1, recorder.failed);
     orvex_host_key_set("twc_api_key", "tw");
-    HttpRoute slow{200, {}, kTwcAnswer};
-    slow.delayMs = 5000;
-    server.route(kTwcPath, slow);
+    server.route(kTwcPath, {200, {}, kTwcAnswer, false, false, 5000});
     mgr->SetEventListener(&recorder);
     mgr->Request(1, 2, 0);
     // The refused request's time-out fires first and cancels this chain without a word.
@@ -281,9 +277,7 @@ TEST_F(AltitudeMgrTest, RefusedRegistrationFailsAtOnceAndItsTimeOutCancelsTheNex
 
 TEST_F(AltitudeMgrTest, DeleteInstanceDuringARequest) {
     orvex_host_key_set("twc_api_key", "tw");
-    HttpRoute slow{200, {}, kTwcAnswer};
-    slow.delayMs = 5000;
-    server.route(kTwcPath, slow);
+    server.route(kTwcPath, {200, {}, kTwcAnswer, false, false, 5000});
     mgr->Request(1, 2, 5000);
     ASSERT_TRUE(orvex_test::runUntil([&] { return server.heldCount() == 1; }, 10000));
     OrvexAltitudeMgr::deleteInstance();

@@ -88,6 +88,8 @@ double pressureTrend(double t) {
 
 std::string backendProblem() { return backend().problem; }
 
+bool backendEnded() { return backend().ended; }
+
 std::string backendName() {
     backend();
     return g_name;
@@ -129,6 +131,8 @@ extern "C" const char* orvex_host_sensor_backend_problem(void) {
     sensor::g_problemCopy = sensor::backendProblem();
     return sensor::g_problemCopy.empty() ? nullptr : sensor::g_problemCopy.c_str();
 }
+
+extern "C" int orvex_host_sensor_ended(void) { return sensor::backendEnded() ? 1 : 0; }
 
 extern "C" int orvex_host_sensor_set_seed(unsigned int seed) {
     return setOrClear("sensor_seed", std::to_string(seed).c_str());

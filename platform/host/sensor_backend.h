@@ -25,6 +25,7 @@ public:
     // Whether the back end can say what the pressure was before it was first read.
     virtual bool canBackfill() const { return false; }
     std::string problem;  // empty when the back end can deliver
+    bool ended = false;   // it delivered all it had (a trace that does not loop)
 };
 
 // Readings of this process, for back ends that cannot look into the past.

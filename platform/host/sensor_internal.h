@@ -30,6 +30,8 @@ ReadResult readPressureAndTrend(double t, Reading* out, double* trend);
 double pressureTrend(double t);
 // Empty when the back end can deliver; otherwise why not.
 std::string backendProblem();
+// Whether the back end delivered all it had (see orvex_host_sensor_ended()).
+bool backendEnded();
 std::string backendName();
 // Only the model can say what the pressure was before we looked.
 bool canBackfill();

@@ -33,7 +33,10 @@ public:
         if (elapsed > span) {
             if (!loop_) {
                 // The last row is delivered once even when no reading fell on its time.
-                if (lastDelivered_) return ReadResult::kEnded;
+                if (lastDelivered_) {
+                    ended = true;
+                    return ReadResult::kEnded;
+                }
                 elapsed = span;
             } else {
                 // One row's worth of pause at the end, so that a loop does not repeat the last

@@ -164,7 +164,7 @@ int runLive(const Options& options, const Args& args) {
                                 : 0;
     int events = sensorEvents();
     gint64 lastEvent = g_get_monotonic_time();
-    bool silent = false, arrived = false;
+    bool silent = false, arrived = false, ended = false;
     // Wakes the loop to notice a sensor that went quiet.
     guint ticker = g_timeout_add(
         500, [](gpointer) { return gboolean(G_SOURCE_CONTINUE); }, nullptr);
@@ -175,7 +175,9 @@ int runLive(const Options& options, const Args& args) {
                 arrived = true;
                 lastEvent = g_get_monotonic_time();
             }
-            silent = g_get_monotonic_time() - lastEvent > kSilentSensorUs;
+            // A trace that does not loop says when it is over; other sensors only fall silent.
+            ended = arrived && orvex_host_sensor_ended();
+            silent = ended || g_get_monotonic_time() - lastEvent > kSilentSensorUs;
             return silent || (seconds > 0 && shown >= seconds);
         },
         limitMs);
@@ -184,7 +186,9 @@ int runLive(const Options& options, const Args& args) {
     if (end == WaitEnd::Interrupted) return 0;
     if (silent && arrived)
         return fail("the pressure sensor sends no more readings" +
-                    (problemText().empty() ? " (the trace may have ended)" : problemText()));
+                    (ended                   ? std::string(" (the trace ended)")
+                     : problemText().empty() ? " (the trace may have ended)"
+                                             : problemText()));
     if (shown > 0 && !silent) return 0;
     const std::string waited =
         std::to_string(silent ? kSilentSensorUs / G_USEC_PER_SEC : gint64{seconds}) + " s";

@@ -23,6 +23,9 @@ int orvex_host_sensor_set_backend(const char* name);
 const char* orvex_host_sensor_backend(void);
 /* Why the back end cannot deliver pressure (no device, unreadable trace...); NULL when it can. */
 const char* orvex_host_sensor_backend_problem(void);
+/* 1 once the back end has delivered all it had and sends nothing more (a trace that does not loop,
+ * after its last row); 0 otherwise. */
+int orvex_host_sensor_ended(void);
 int orvex_host_sensor_set_seed(unsigned int seed);
 int orvex_host_sensor_set_trace(const char* path, int loop);
 /* Why the file cannot be replayed as a trace ("FILE:LINE: ..."); NULL when it can. The text stays
