@@ -104,10 +104,7 @@ TEST_F(NetworkProxyTest, RequestsReachTheirListenerWithTheirIds) {
     ASSERT_NE(received.end(), postReq);
     EXPECT_EQ("POST", postReq->method);
     EXPECT_EQ("k=v", postReq->body);
-    std::vector<std::string> names;
-    for (const auto& h : postReq->headers)
-        if (h.first.rfind("X-Order", 0) == 0) names.push_back(h.first);
-    EXPECT_EQ((std::vector<std::string>{"X-Order", "X-Order-Two"}), names);
+    EXPECT_NE(std::string::npos, postReq->head.find("\r\nX-Order: 1\r\nX-Order-Two: 2\r\n"));
 
     // Nothing outstanding: the next request is id 0 again.
     proxy->HttpRequest(get(server.url("/a")), secondId);
@@ -132,10 +129,9 @@ TEST_F(NetworkProxyTest, RejectsUnknownListenersAndRequests) {
     EXPECT_TRUE(client.events.empty());
 }
 
-TEST_F(NetworkProxyTest, CancelledRequestsKeepTheirEntryAndIdsCountOn) {
+TEST_F(NetworkProxyTest, CancelledRequestsKeepTheirEntry) {
     TestHttpServer server;
     server.route("/hold", hostile::silent());
-    server.route("/ok", {200, {}, "ok"});
     ClientEvents client;
     int id = proxy->RegisterHttpNetworkEventListener(&client);
 
@@ -145,21 +141,14 @@ TEST_F(NetworkProxyTest, CancelledRequestsKeepTheirEntryAndIdsCountOn) {
     // The cancel is reported as "request completed" for the same id; no response follows.
     EXPECT_EQ((std::vector<std::string>{"accepted 0", "accepted 0"}), client.events);
     EXPECT_EQ(&client, proxy->FindHttpNetworkEventListner(0));
-
-    // The cancelled entry is still there, so ids keep counting.
-    proxy->HttpRequest(get(server.url("/ok")), id);
+    // The entry is still there, so ids keep counting.
+    proxy->HttpRequest(get(server.url("/hold")), id);
     EXPECT_EQ(1, client.acceptedIds.back());
-    ASSERT_TRUE(runUntil([&] { return client.finished == 1; }));
-    EXPECT_EQ("ok", client.bodies[1]);
-    proxy->HttpRequest(get(server.url("/ok")), id);
-    EXPECT_EQ(2, client.acceptedIds.back());
-    ASSERT_TRUE(runUntil([&] { return client.finished == 2; }));
-    server.releaseHeld();
 }
 
 TEST_F(NetworkProxyTest, EventsForAnUnregisteredListenerGoNowhere) {
     TestHttpServer server;
-    server.route("/slow", {200, {}, "late", false, false, 100});
+    server.route("/slow", {200, {}, "late", false, 100});
     ClientEvents keeper, client;
     int keeperId = proxy->RegisterHttpNetworkEventListener(&keeper);
     int clientId = proxy->RegisterHttpNetworkEventListener(&client);
@@ -208,7 +197,10 @@ TEST_F(NetworkProxyTest, ForwardsEveryEngineEvent) {
     EXPECT_TRUE(client.nullData[4]);  // a response without a packet is an empty body
     // Each of those ended its request.
     for (int i = 0; i < 5; ++i) EXPECT_EQ(nullptr, proxy->FindHttpNetworkEventListner(i));
-    server.releaseHeld();
+    // Destroyed while the engine still runs the five: nobody hears of them.
+    NetworkProxy::Destory();
+    drainPending();
+    EXPECT_EQ(5u, client.events.size());
 }
 
 // The engine's queueing failure reaches the client inside its call, as the engine reports it. A
@@ -282,26 +274,8 @@ protected:
     int listenerId = -1;
 };
 
-TEST_F(HttpFaultTest, ConnectionLevelFailures) {
-    EXPECT_TRUE(failsOnce("http://127.0.0.1:9/refused"));
-
-    TestHttpServer raw;
-    const char* const answers[] = {"", "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nonly a few",
-                                   "this is not HTTP\r\n\r\n"};
-    for (const char* answer : answers) {
-        raw.route("/", hostile::raw(answer));
-        EXPECT_TRUE(failsOnce(raw.url("/"))) << answer;
-    }
-    // Plain HTTP spoken to a TLS server.
-    TestHttpServer tls(TestHttpServer::Mode::Https);
-    EXPECT_TRUE(failsOnce("http://127.0.0.1:" + std::to_string(tls.port()) + "/"));
-
-    EXPECT_TRUE(logged(DLOG_ERROR, "Response Error Code :0"));
-    EXPECT_TRUE(logged(DLOG_ERROR, "Incomplete transfer :" + std::to_string(CURLE_PARTIAL_FILE)));
-}
-
 // Bodies without end, whatever their encoding, stop at the cap; redirects go nowhere but the
-// request's own scheme, and not for ever.
+// request's own scheme, and not for ever; a body cut short is no answer.
 TEST_F(HttpFaultTest, HostileAnswersEndInOneFailure) {
     TrustTestCa trust;
     TestHttpServer server(TestHttpServer::Mode::Https);
@@ -314,28 +288,19 @@ TEST_F(HttpFaultTest, HostileAnswersEndInOneFailure) {
     server.route("/to-ftp", hostile::redirect("ftp://127.0.0.1:9/x"));
     server.route("/to-file", hostile::redirect("file:///etc/passwd"));
     server.route("/loop", hostile::redirect("/loop"));
+    server.route("/cut", hostile::raw("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nonly a few"));
     for (const char* path : {"/bomb", "/gigabyte", "/endless"}) {
         clearLog();
         EXPECT_TRUE(failsOnce(server.url(path)));
         EXPECT_TRUE(logged(DLOG_ERROR, "Response body over 1048576 bytes")) << path;
     }
-    for (const char* path : {"/to-http", "/to-ftp", "/to-file", "/loop"})
+    for (const char* path : {"/to-http", "/to-ftp", "/to-file", "/loop", "/cut"})
         EXPECT_TRUE(failsOnce(server.url(path)));
+    EXPECT_TRUE(logged(DLOG_ERROR, "Incomplete transfer :" + std::to_string(CURLE_PARTIAL_FILE)));
     EXPECT_EQ(0u, plain.requestCount());
     size_t loops = 0;
     for (const auto& r : server.requests()) loops += r.path == "/loop";
     EXPECT_EQ(6u, loops);  // the request and five redirects
-}
-
-TEST_F(HttpFaultTest, ASilentServerIsEndedByDestroyingTheProxy) {
-    TestHttpServer raw;
-    raw.route("/hold", hostile::silent());
-    proxy->HttpRequest(get(raw.url("/hold")), listenerId);
-    proxy->HttpRequest(get(raw.url("/hold")), listenerId);
-    ASSERT_TRUE(runUntil([&] { return raw.heldCount() == 2; }));
-    NetworkProxy::Destory();
-    drainPending();
-    EXPECT_EQ((std::vector<std::string>{"accepted 0", "accepted 1"}), client.events);
 }
 
 }  // namespace

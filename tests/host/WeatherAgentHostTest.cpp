@@ -64,7 +64,7 @@ TEST_F(WeatherAgentHostTest, AnswersWithTheRecordedPressureOrSaysWhyNot) {
     orvex_host_location_set_position(53.1875, 50.125, 40.0);
     const HttpRoute answer{200, {}, recorded("open-meteo-answer.json")};
     const HttpRoute refusal{400, {}, recorded("open-meteo-error.json")};
-    const HttpRoute silent{200, {}, "", false, false, 0, true};
+    const HttpRoute silent{200, {}, "", false, 0, true};
     const std::string noSlp = "Open-Meteo's answer has no current pressure_msl and time";
     const std::string unreachable = "Open-Meteo could not be reached: ";
     struct Case {
@@ -100,10 +100,7 @@ TEST_F(WeatherAgentHostTest, AnswersWithTheRecordedPressureOrSaysWhyNot) {
         EXPECT_EQ(c.problem, c.problem.empty() ? problem : problem.substr(0, c.problem.size()));
         EXPECT_EQ(0, orvex_host_agent_fetches());
     }
-    EXPECT_EQ((orvex_test::HeaderList{{"latitude", "53.1875"},
-                                      {"longitude", "50.1250"},
-                                      {"current", "pressure_msl"},
-                                      {"timeformat", "unixtime"}}),
+    EXPECT_EQ("latitude=53.1875&longitude=50.1250&current=pressure_msl&timeformat=unixtime",
               server.requests().at(0).query);
 }
 

@@ -14,10 +14,10 @@ namespace orvex_test {
 
 struct CurlOptionCall {
     void* handle;
-    int option;        // the CURLoption
-    long number;       // the value of a long option
-    std::string text;  // the value of a string option (URL, PROXY, CAINFO, POSTFIELDS, ...)
-    bool hasText;
+    int option;  // the CURLoption
+    // A long option's value in decimal, the text of URL, PROXY, CAINFO and REDIR_PROTOCOLS_STR;
+    // empty for other pointers.
+    std::string value;
 };
 
 // Replaces every CURLOPT_CAINFO the library sets with `path` (an empty path stops replacing).
@@ -26,7 +26,6 @@ void curlOverrideCaFile(const std::string& path);
 // Rewrites every CURLOPT_URL that starts with `from` (for example "https://api.weather.com") to
 // start with `to` (for example a local server's "https://localhost:PORT") instead, so that requests
 // to the weather services reach a local server; TLS is still verified, against the host in `to`.
-// An empty `from` drops every rewrite.
 void curlRedirect(const std::string& from, const std::string& to);
 
 // Makes the next `count` calls of a hooked function fail: curl_easy_init and curl_multi_init

@@ -38,8 +38,6 @@ struct HttpRoute {
     int status = 200;
     HeaderList headers;
     std::string body;
-    // Send the body gzip-compressed with "Content-Encoding: gzip".
-    bool gzip = false;
     // Send the body with chunked transfer encoding, in small chunks.
     bool chunked = false;
     // Answer only after this many milliseconds (or at once on releaseHeld()).
@@ -59,9 +57,8 @@ struct HttpRoute {
 struct ReceivedRequest {
     std::string head;  // the request line and headers as received, blank line included
     std::string method;
-    std::string path;    // the request target without the query
-    HeaderList query;    // decoded query arguments, in order
-    HeaderList headers;  // in the order received
+    std::string path;   // the request target without the query
+    std::string query;  // after the '?', as sent
     std::string body;
 };
 
