@@ -146,14 +146,14 @@ TEST_F(ToolTest, InterruptedWaitsEndInOneLineAndKeepTheStore) {
         tool->run({"--json", "live"}, "", [](const std::string& out) { return has(out, "\n"); });
     EXPECT_EQ(0, r.exitCode) << r.err;
     EXPECT_TRUE(has(r.out, R"("pressure_unit":"hPa","altitude":)")) << r.out;
-    // A silent agent or location service: signalled after a second of waiting, which a time-out
-    // that wrapped (4294968 s as 0.8 s) would not have lasted.
+    // A silent agent or location service: signalled after 0.6 s of waiting, which a time-out
+    // that wrapped (4294967.5 s as 0.2 s) would not have lasted.
     auto never = [](const std::string&) { return false; };
     const auto interrupted = std::make_pair(130, std::string("orvex: interrupted\n"));
-    r = tool->run({"calibrate", "agent", "--timeout", "4294968"}, "", never, SIGINT, 1000);
+    r = tool->run({"calibrate", "agent", "--timeout", "4294967.5"}, "", never, SIGINT, 600);
     EXPECT_EQ(interrupted, std::make_pair(r.exitCode, r.err));
     tool->setEnv("ORVEX_HOST_LOCATION_ENABLED", "0");
-    r = tool->run({"calibrate", "service"}, "", never, SIGTERM, 1000);
+    r = tool->run({"calibrate", "service"}, "", never, SIGTERM, 600);
     EXPECT_EQ(interrupted, std::make_pair(r.exitCode, r.err));
     EXPECT_EQ(before, history());
 }
