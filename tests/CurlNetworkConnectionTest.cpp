@@ -91,18 +91,6 @@ std::shared_ptr<CurlHttpRequestData> request(int id, const std::string& url,
     return r;
 }
 
-// The options set on the handle that got `url`, in order, with their values.
-std::vector<CurlOptionCall> optionsFor(const std::string& url) {
-    auto calls = curlOptionCalls();
-    void* handle = nullptr;
-    for (const auto& c : calls)
-        if (c.option == CURLOPT_URL && c.value == url) handle = c.handle;
-    std::vector<CurlOptionCall> out;
-    for (const auto& c : calls)
-        if (c.handle == handle) out.push_back(c);
-    return out;
-}
-
 class CurlEngineTest : public HostTest {
 protected:
     void SetUp() override {
@@ -122,11 +110,9 @@ protected:
     bool finishes(int count, int timeoutMs = 10000) {
         return runUntil([&] { return events.finished >= count && engine->idle(); }, timeoutMs);
     }
-    bool saw(const std::string& event) const {
-        return std::find(events.events.begin(), events.events.end(), event) != events.events.end();
-    }
+    bool saw(const std::string& event) const { return events.saw(event); }
 
-    EngineEvents events;
+    HttpEvents events;
     std::unique_ptr<Engine> engine;
 };
 
@@ -207,8 +193,13 @@ TEST_F(CurlEngineTest, SetsTheOptionsInOrderAndLogsEachFailure) {
     orvex_host_connection_set_proxy("");
     TestHttpServer server;
     server.route("/", {200, {}, "fine"});
-    engine->HttpRequest(request(8, server.url("/")));
-    engine->HttpRequest(request(9, "ftp://127.0.0.1:9/"));
+    // Each request's options, without the log's.
+    std::vector<CurlOptionCall> options[2];
+    for (int id : {8, 9}) {
+        curlHooksReset();
+        engine->HttpRequest(request(id, id == 8 ? server.url("/") : "ftp://127.0.0.1:9/"));
+        options[id - 8] = curlOptionCalls();
+    }
     ASSERT_TRUE(finishes(2));
     EXPECT_TRUE(saw("response 8 fine"));
     EXPECT_TRUE(saw("response failed 9"));
@@ -223,9 +214,8 @@ TEST_F(CurlEngineTest, SetsTheOptionsInOrderAndLogsEachFailure) {
                                                         {CURLOPT_REDIR_PROTOCOLS_STR, "http"},
                                                         {CURLOPT_NOSIGNAL, "1"},
                                                         {CURLOPT_SHARE, ""}}),
-              tail(optionsFor(server.url("/"))));
-    EXPECT_EQ((std::pair<int, std::string>{CURLOPT_FOLLOWLOCATION, "0"}),
-              tail(optionsFor("ftp://127.0.0.1:9/"))[2]);
+              tail(options[0]));
+    EXPECT_EQ((std::pair<int, std::string>{CURLOPT_FOLLOWLOCATION, "0"}), tail(options[1])[2]);
 }
 
 // The worker has done its last perform and posted its record, but the main loop has not run yet:
@@ -235,7 +225,7 @@ TEST_F(CurlEngineTest, ARequestQueuedWhileTheWorkerEndsIsNotLost) {
     TestHttpServer server;
     server.route("/", {200, {}, "one"});
     for (bool multiFails : {false, true}) {
-        events = EngineEvents();
+        events = HttpEvents();
         engine->HttpRequest(request(1, server.url("/")));
         pollfd posted{engine->mPipeIOChannelData.mReadFd, POLLIN, 0};
         ASSERT_EQ(1, poll(&posted, 1, 10000));
@@ -359,7 +349,7 @@ TEST_F(CurlEngineTest, CancelAndDestroyMidFlightAreSafe) {
     }
     // Every destroyed engine had let go of all its transfers.
     EXPECT_FALSE(logged(DLOG_ERROR, "Failed curl_share_cleanup"));
-    events = EngineEvents();
+    events = HttpEvents();
     engine->HttpRequest(request(5, server.url("/fast")));
     ASSERT_TRUE(finishes(1));
     EXPECT_EQ("response 5 ok", events.events.back());

@@ -53,7 +53,7 @@ std::shared_ptr<IHttpRequestData> record(int id) {
 }
 
 TEST_F(NetworkProxyTest, ListenerIdsAndRegistry) {
-    ClientEvents a, b, c;
+    HttpEvents a, b, c;
     EXPECT_EQ(-1, proxy->RegisterHttpNetworkEventListener(nullptr));
     EXPECT_EQ(0, proxy->RegisterHttpNetworkEventListener(&a));
     EXPECT_EQ(1, proxy->RegisterHttpNetworkEventListener(&b));
@@ -79,7 +79,7 @@ TEST_F(NetworkProxyTest, RequestsReachTheirListenerWithTheirIds) {
     server.route("/a", {200, {}, "alpha"});
     server.route("/empty", {200, {}, ""});
     server.route("/post", {200, {}, "posted"});
-    ClientEvents first, second;
+    HttpEvents first, second;
     int firstId = proxy->RegisterHttpNetworkEventListener(&first);
     int secondId = proxy->RegisterHttpNetworkEventListener(&second);
 
@@ -93,11 +93,9 @@ TEST_F(NetworkProxyTest, RequestsReachTheirListenerWithTheirIds) {
     EXPECT_EQ((std::vector<int>{1}), second.acceptedIds);
 
     ASSERT_TRUE(runUntil([&] { return first.finished == 2 && second.finished == 1; }));
-    EXPECT_EQ("alpha", first.bodies[0]);
-    EXPECT_EQ("posted", first.bodies[2]);
-    // An empty body arrives as a null pointer and length 0.
-    ASSERT_EQ(1u, second.bodies.count(1));
-    EXPECT_TRUE(second.nullData[1]);
+    EXPECT_TRUE(first.saw("response 0 alpha") && first.saw("response 2 posted"));
+    // An empty body arrives as a null pointer.
+    EXPECT_EQ("response 1 (null)", second.events.back());
     auto received = server.requests();
     auto postReq = std::find_if(received.begin(), received.end(),
                                 [](const ReceivedRequest& r) { return r.path == "/post"; });
@@ -113,7 +111,7 @@ TEST_F(NetworkProxyTest, RequestsReachTheirListenerWithTheirIds) {
 }
 
 TEST_F(NetworkProxyTest, RejectsUnknownListenersAndRequests) {
-    ClientEvents client;
+    HttpEvents client;
     proxy->HttpRequest(get("http://127.0.0.1:9/"), 3);
     proxy->HttpCancel(0);
     EXPECT_EQ((std::vector<std::string>{"Invalid networkReqID", "Invalid reqID"}), errors());
@@ -132,7 +130,7 @@ TEST_F(NetworkProxyTest, RejectsUnknownListenersAndRequests) {
 TEST_F(NetworkProxyTest, CancelledRequestsKeepTheirEntry) {
     TestHttpServer server;
     server.route("/hold", hostile::silent());
-    ClientEvents client;
+    HttpEvents client;
     int id = proxy->RegisterHttpNetworkEventListener(&client);
 
     proxy->HttpRequest(get(server.url("/hold")), id);
@@ -149,7 +147,7 @@ TEST_F(NetworkProxyTest, CancelledRequestsKeepTheirEntry) {
 TEST_F(NetworkProxyTest, EventsForAnUnregisteredListenerGoNowhere) {
     TestHttpServer server;
     server.route("/slow", {200, {}, "late", false, 100});
-    ClientEvents keeper, client;
+    HttpEvents keeper, client;
     int keeperId = proxy->RegisterHttpNetworkEventListener(&keeper);
     int clientId = proxy->RegisterHttpNetworkEventListener(&client);
     proxy->HttpRequest(get(server.url("/slow")), clientId);
@@ -167,12 +165,12 @@ TEST_F(NetworkProxyTest, EventsForAnUnregisteredListenerGoNowhere) {
     EXPECT_EQ((std::vector<int>{1}), keeper.acceptedIds);
     ASSERT_TRUE(runUntil([&] { return keeper.finished == 1; }));
     // The null entry took the old id, so a new listener gets the next one.
-    ClientEvents late;
+    HttpEvents late;
     EXPECT_EQ(2, proxy->RegisterHttpNetworkEventListener(&late));
 }
 
 TEST_F(NetworkProxyTest, ForwardsEveryEngineEvent) {
-    ClientEvents client;
+    HttpEvents client;
     int id = proxy->RegisterHttpNetworkEventListener(&client);
     TestHttpServer server;
     server.route("/hold", hostile::silent());
@@ -190,11 +188,10 @@ TEST_F(NetworkProxyTest, ForwardsEveryEngineEvent) {
     response->PacketData->Length = 3;
     proxy->OnHttpResponseCompleted(record(3), response);
     proxy->OnHttpResponseCompleted(record(4), std::make_shared<CurlHttpResponseData>());
+    // A response without a packet is an empty body.
     EXPECT_EQ((std::vector<std::string>{"request failed", "cancel completed", "response failed 2",
-                                        "response 3", "response 4"}),
+                                        "response 3 xyz", "response 4 (null)"}),
               client.events);
-    EXPECT_EQ("xyz", client.bodies[3]);
-    EXPECT_TRUE(client.nullData[4]);  // a response without a packet is an empty body
     // Each of those ended its request.
     for (int i = 0; i < 5; ++i) EXPECT_EQ(nullptr, proxy->FindHttpNetworkEventListner(i));
     // Destroyed while the engine still runs the five: nobody hears of them.
@@ -207,7 +204,7 @@ TEST_F(NetworkProxyTest, ForwardsEveryEngineEvent) {
 // front end without an engine (no memory for it) refuses requests from the main loop instead, and
 // leaves no entry behind.
 TEST_F(NetworkProxyTest, RefusedRequestsReachTheClientAndLeaveNoEntry) {
-    ClientEvents client;
+    HttpEvents client;
     int id = proxy->RegisterHttpNetworkEventListener(&client);
     curlFailNext("curl_multi_init", 1);
     proxy->HttpRequest(get("http://127.0.0.1:9/"), id);
@@ -220,7 +217,7 @@ TEST_F(NetworkProxyTest, RefusedRequestsReachTheClientAndLeaveNoEntry) {
         proxy = NetworkProxy::GetInstance();
     }
     ASSERT_NE(nullptr, proxy);
-    ClientEvents first, gone;
+    HttpEvents first, gone;
     int firstId = proxy->RegisterHttpNetworkEventListener(&first);
     int goneId = proxy->RegisterHttpNetworkEventListener(&gone);
     clearLog();
@@ -257,7 +254,7 @@ protected:
 
     // Sends one GET and waits for its outcome; true when it ended as one failed response.
     ::testing::AssertionResult failsOnce(const std::string& url) {
-        ClientEvents before = client;
+        HttpEvents before = client;
         proxy->HttpRequest(get(url), listenerId);
         int id = client.acceptedIds.back();
         if (!runUntil([&] { return client.finished > before.finished; }, 15000))
@@ -270,7 +267,7 @@ protected:
         return ::testing::AssertionSuccess();
     }
 
-    ClientEvents client;
+    HttpEvents client;
     int listenerId = -1;
 };
 

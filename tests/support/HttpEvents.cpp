@@ -1,61 +1,62 @@
 #include "HttpEvents.h"
 
+#include <algorithm>
+
 #include "CurlHttpRequestData.h"
 #include "CurlHttpResponseData.h"
 
 namespace orvex_test {
+namespace {
 
-int requestIdOf(const std::shared_ptr<IHttpRequestData>& request) {
+int idOf(const std::shared_ptr<IHttpRequestData>& request) {
     auto* r = dynamic_cast<CurlHttpRequestData*>(request.get());
     return r ? r->RequestId : -1;
 }
 
-void EngineEvents::OnHttpRequestCompleted(std::shared_ptr<IHttpRequestData> request) {
-    events.push_back("accepted " + std::to_string(requestIdOf(request)));
+}  // namespace
+
+void HttpEvents::OnHttpRequestCompleted(std::shared_ptr<IHttpRequestData> request) {
+    OnHttpRequestCompleted(idOf(request));
 }
 
-void EngineEvents::OnHttpRequestFailed(std::shared_ptr<IHttpRequestData> request) {
-    events.push_back("failed " + std::to_string(requestIdOf(request)));
+void HttpEvents::OnHttpRequestFailed(std::shared_ptr<IHttpRequestData> request) {
+    events.push_back("failed " + std::to_string(idOf(request)));
 }
 
-void EngineEvents::OnHttpRequestCancelCompleted(std::shared_ptr<IHttpRequestData> request) {
-    events.push_back("cancelled " + std::to_string(requestIdOf(request)));
+void HttpEvents::OnHttpRequestCancelCompleted(std::shared_ptr<IHttpRequestData> request) {
+    events.push_back("cancelled " + std::to_string(idOf(request)));
 }
 
-void EngineEvents::OnHttpResponseCompleted(std::shared_ptr<IHttpRequestData> request,
-                                           std::shared_ptr<IHttpResponseData> response) {
-    std::string body;
+void HttpEvents::OnHttpResponseCompleted(std::shared_ptr<IHttpRequestData> request,
+                                         std::shared_ptr<IHttpResponseData> response) {
     auto* r = dynamic_cast<CurlHttpResponseData*>(response.get());
-    if (r && r->PacketData && r->PacketData->Buffer)
-        body.assign(reinterpret_cast<char*>(r->PacketData->Buffer), r->PacketData->Length);
-    events.push_back("response " + std::to_string(requestIdOf(request)) + " " + body);
-    ++finished;
+    CurlHttpTotalPacketData* packet = r ? r->PacketData.get() : nullptr;
+    OnHttpResponseCompleted(idOf(request), packet ? packet->Buffer : nullptr,
+                            packet ? packet->Length : 0);
 }
 
-void EngineEvents::OnHttpResponseFailed(std::shared_ptr<IHttpRequestData> request) {
-    events.push_back("response failed " + std::to_string(requestIdOf(request)));
-    ++finished;
+void HttpEvents::OnHttpResponseFailed(std::shared_ptr<IHttpRequestData> request) {
+    OnHttpResponseFailed(idOf(request));
 }
 
-void ClientEvents::OnHttpRequestCompleted(int requestId) {
+void HttpEvents::OnHttpRequestCompleted(int requestId) {
     events.push_back("accepted " + std::to_string(requestId));
     acceptedIds.push_back(requestId);
 }
 
-void ClientEvents::OnHttpRequestFailed() { events.push_back("request failed"); }
-
-void ClientEvents::OnHttpRequestCancelCompleted() { events.push_back("cancel completed"); }
-
-void ClientEvents::OnHttpResponseCompleted(int requestId, unsigned char* data, int length) {
-    events.push_back("response " + std::to_string(requestId));
-    bodies[requestId] = data ? std::string(reinterpret_cast<char*>(data), length) : std::string();
-    nullData[requestId] = data == nullptr && length == 0;
+void HttpEvents::OnHttpResponseCompleted(int requestId, unsigned char* data, int length) {
+    events.push_back("response " + std::to_string(requestId) + " " +
+                     (data ? std::string(reinterpret_cast<char*>(data), length) : "(null)"));
     ++finished;
 }
 
-void ClientEvents::OnHttpResponseFailed(int requestId) {
+void HttpEvents::OnHttpResponseFailed(int requestId) {
     events.push_back("response failed " + std::to_string(requestId));
     ++finished;
+}
+
+bool HttpEvents::saw(const std::string& event) const {
+    return std::find(events.begin(), events.end(), event) != events.end();
 }
 
 }  // namespace orvex_test

@@ -1,8 +1,7 @@
-// Listeners that record what the HTTP engine and NetworkProxy report, for the networking tests.
+// Records what the HTTP engine or NetworkProxy reported, for the networking tests.
 #ifndef ORVEX_TEST_HTTP_EVENTS_H
 #define ORVEX_TEST_HTTP_EVENTS_H
 
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -12,8 +11,10 @@
 
 namespace orvex_test {
 
-// What a CurlNetworkConnection reported, as "accepted 3", "response 3 <body>", "failed 3", ...
-class EngineEvents : public INetworkConnectionEventListener {
+// Each event as a line: "accepted 3", "response 3 <body>", "response 3 (null)" for a null body,
+// "response failed 3", and "failed 3" / "cancelled 3" from the engine or "request failed" /
+// "cancel completed" from the front end.
+class HttpEvents : public INetworkConnectionEventListener, public HttpNetworkEventListner {
 public:
     void OnHttpRequestCompleted(std::shared_ptr<IHttpRequestData> request) override;
     void OnHttpRequestFailed(std::shared_ptr<IHttpRequestData> request) override;
@@ -22,30 +23,18 @@ public:
                                  std::shared_ptr<IHttpResponseData> response) override;
     void OnHttpResponseFailed(std::shared_ptr<IHttpRequestData> request) override;
 
-    std::vector<std::string> events;
-    // Responses (completed or failed) seen so far.
-    int finished = 0;
-};
-
-// What NetworkProxy reported to one client.
-class ClientEvents : public HttpNetworkEventListner {
-public:
     void OnHttpRequestCompleted(int requestId) override;
-    void OnHttpRequestFailed() override;
-    void OnHttpRequestCancelCompleted() override;
+    void OnHttpRequestFailed() override { events.push_back("request failed"); }
+    void OnHttpRequestCancelCompleted() override { events.push_back("cancel completed"); }
     void OnHttpResponseCompleted(int requestId, unsigned char* data, int length) override;
     void OnHttpResponseFailed(int requestId) override;
 
+    bool saw(const std::string& event) const;
+
     std::vector<std::string> events;
     std::vector<int> acceptedIds;
-    std::map<int, std::string> bodies;
-    // Whether the data pointer of each completed response was null.
-    std::map<int, bool> nullData;
-    int finished = 0;
+    int finished = 0;  // responses, completed or failed
 };
-
-// Request id of a CurlHttpRequestData, or -1.
-int requestIdOf(const std::shared_ptr<IHttpRequestData>& request);
 
 }  // namespace orvex_test
 
