@@ -1,14 +1,9 @@
 // The weather-service chains end to end: OrvexAltitudeMgr -> NetworkProxy -> curl engine -> a
 // local HTTPS server that plays AccuWeather and TWC, verified against the test CA.
-#include <gtest/gtest.h>
 
 #include <cmath>
 
-#include <string>
-#include <vector>
-
 #include <orvex_host/connection_control.h>
-#include <orvex_host/control.h>
 #include <orvex_host/key_storage_control.h>
 
 #include "BuildConfig.h"

@@ -1,5 +1,4 @@
 // The tool on a real board: calibration from Open-Meteo, the recorded hours as CSV and as SVG.
-#include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdlib>

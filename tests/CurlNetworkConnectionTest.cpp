@@ -3,7 +3,6 @@
 #include <curl/curl.h>
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <pthread.h>
 #include <unistd.h>

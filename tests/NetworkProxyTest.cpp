@@ -2,7 +2,6 @@
 // end against the local servers, and what reaches a client when the wire or the server misbehaves.
 #include <curl/curl.h>
 #include <glib.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <memory>

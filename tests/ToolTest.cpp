@@ -1,6 +1,5 @@
 // The orvex tool as a user runs it: a process per command against its own data directory.
 #include <glib.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <fstream>

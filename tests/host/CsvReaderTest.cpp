@@ -1,10 +1,7 @@
 // The strict reader of the host's CSV files (sensor traces, location tracks).
-#include <gtest/gtest.h>
 #include <orvex_host/sensor_control.h>
 
 #include <fstream>
-#include <string>
-#include <vector>
 
 #include "HostFixture.h"
 #include "csv_reader.h"

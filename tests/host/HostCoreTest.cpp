@@ -1,12 +1,9 @@
 // What every host service relies on: fault injection and the data directory.
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
-#include <string>
 
-#include <orvex_host/control.h>
 #include <platform/app_preference.h>
 
 #include "HostFixture.h"

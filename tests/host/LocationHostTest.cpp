@@ -1,6 +1,5 @@
 // The host location service's own sources of position: track files and a gpsd daemon.
 #include <gio/gio.h>
-#include <gtest/gtest.h>
 #include <orvex_host/location_control.h>
 #include <platform/location_manager.h>
 

@@ -1,13 +1,9 @@
 // Local message ports: delivery on the main loop, and what happens to the bundles.
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 #include <orvex_host/app_control_control.h>
-#include <orvex_host/control.h>
 #include <platform/message_port.h>
 
 #include "HostFixture.h"

@@ -1,5 +1,4 @@
 // The host's sensor service, its back ends and the recorder as the platform's clients see them.
-#include <gtest/gtest.h>
 #include <orvex_host/sensor_control.h>
 #include <platform/sensor.h>
 #include <sqlite3.h>
@@ -9,8 +8,6 @@
 #include <fstream>
 #include <map>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "HostFixture.h"
 #include "MainLoop.h"

@@ -1,9 +1,5 @@
 // The small host services: the log and the system settings.
-#include <gtest/gtest.h>
-
 #include <cstdlib>
-#include <string>
-#include <vector>
 
 #include <platform/vconf.h>
 

@@ -1,13 +1,10 @@
 // The preference store and the key storage: typed values, distinct errors, and a second connection
 // (another process, such as the tool) that writes while the service keeps its own open.
-#include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <cstdio>
-#include <string>
 
-#include <orvex_host/control.h>
 #include <orvex_host/key_storage_control.h>
 #include <platform/app_preference.h>
 #include <platform/key_storage.h>

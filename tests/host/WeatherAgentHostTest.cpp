@@ -1,10 +1,8 @@
 // The weather agent's Open-Meteo back end against a local HTTPS server replaying recorded answers.
-#include <gtest/gtest.h>
 
 #include <climits>
 #include <fstream>
 #include <map>
-#include <string>
 
 #include <orvex_host/app_control_control.h>
 #include <orvex_host/connection_control.h>
