@@ -1,5 +1,4 @@
 // The tool on a real board: calibration from Open-Meteo, the recorded hours as CSV and as SVG.
-
 #include <cmath>
 #include <cstdlib>
 #include <cstring>

@@ -1,5 +1,4 @@
 // The weather agent's Open-Meteo back end against a local HTTPS server replaying recorded answers.
-
 #include <climits>
 #include <fstream>
 #include <map>
