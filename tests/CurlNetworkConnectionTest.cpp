@@ -422,36 +422,21 @@ TEST_F(CurlEngineTest, VerboseHeadersReachTheLogWithoutSecretsOrBodies) {
 
 // ---- The pipe watch and the body callbacks, driven directly ----
 
-class PipeWatchTest : public CurlEngineTest {
-protected:
-    void SetUp() override {
-        CurlEngineTest::SetUp();
-        ASSERT_EQ(0, pipe(fds));
-        channel = g_io_channel_unix_new(fds[0]);
-    }
-    void TearDown() override {
-        g_io_channel_unref(channel);
-        close(fds[0]);
-        close(fds[1]);
-        attach(nullptr, 0);
-        CurlEngineTest::TearDown();
-    }
-    void attach(GIOChannel* c, int readFd) {
-        engine->mPipeIOChannelData.mGIOPipeChanel = c;
-        engine->mPipeIOChannelData.mReadFd = readFd;
-    }
-    void post(Engine::PipeTransCurlData* record) {
-        ASSERT_EQ(static_cast<ssize_t>(sizeof record), write(fds[1], &record, sizeof record));
-    }
-    gboolean fire(int condition) {
-        return Engine::SGIOPipeWatchCB(channel, static_cast<GIOCondition>(condition), engine.get());
-    }
-
+TEST_F(CurlEngineTest, PipeWatchBranches) {
     int fds[2];
-    GIOChannel* channel = nullptr;
-};
-
-TEST_F(PipeWatchTest, WatchBranches) {
+    ASSERT_EQ(0, pipe(fds));
+    GIOChannel* channel = g_io_channel_unix_new(fds[0]);
+    auto& data = engine->mPipeIOChannelData;
+    auto attach = [&](GIOChannel* c, int readFd) {
+        data.mGIOPipeChanel = c;
+        data.mReadFd = readFd;
+    };
+    auto post = [&](Engine::PipeTransCurlData* r) {
+        ASSERT_EQ(ssize_t(sizeof r), write(fds[1], &r, sizeof r));
+    };
+    auto fire = [&](int condition) {
+        return Engine::SGIOPipeWatchCB(channel, GIOCondition(condition), engine.get());
+    };
     EXPECT_FALSE(fire(G_IO_IN));
     EXPECT_EQ((std::vector<std::string>{"INAVLID mGIOPipeChanel"}), errors());
 
@@ -467,14 +452,14 @@ TEST_F(PipeWatchTest, WatchBranches) {
 
     // A record of another type is consumed without touching the worker or the listener.
     attach(channel, fds[0]);
-    engine->mPipeIOChannelData.mWatchId = 77;
+    data.mWatchId = 77;
     post(new Engine::PipeTransCurlData(5));
     clearLog();
     EXPECT_FALSE(fire(G_IO_IN));
     EXPECT_TRUE(errors().empty());
     EXPECT_TRUE(events.events.empty());
-    EXPECT_EQ(0u, engine->mPipeIOChannelData.mWatchId);
-    EXPECT_EQ(channel, engine->mPipeIOChannelData.mGIOPipeChanel);
+    EXPECT_EQ(0u, data.mWatchId);
+    EXPECT_EQ(channel, data.mGIOPipeChanel);
 
     post(nullptr);
     EXPECT_FALSE(fire(G_IO_IN));
@@ -490,11 +475,11 @@ TEST_F(PipeWatchTest, WatchBranches) {
     int ends[2];
     ASSERT_EQ(0, pipe(ends));
     attach(nullptr, ends[0]);
-    engine->mPipeIOChannelData.mWriteFd = ends[1];
+    data.mWriteFd = ends[1];
     engine->StopThread();
     EXPECT_EQ(-1, fcntl(ends[0], F_GETFD));
     EXPECT_EQ(-1, fcntl(ends[1], F_GETFD));
-    EXPECT_EQ(0, engine->mPipeIOChannelData.mWriteFd);
+    EXPECT_EQ(0, data.mWriteFd);
 
     // Only a whole pointer is taken as a record.
     auto* record = new Engine::PipeTransCurlData(3);
@@ -504,6 +489,9 @@ TEST_F(PipeWatchTest, WatchBranches) {
     engine->CheckThreadStatus(nullptr, sizeof record);
     delete record;
     EXPECT_TRUE(events.events.empty());
+    g_io_channel_unref(channel);
+    close(fds[0]);
+    close(fds[1]);
 }
 
 TEST_F(CurlEngineTest, SessionHelpersRefuseToWorkWithoutAMultiSession) {
