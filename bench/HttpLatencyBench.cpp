@@ -45,7 +45,8 @@ orvex_test::TestHttpServer& server() {
 }
 
 std::string urlFor(bool hostName) {
-    return hostName ? server().hostUrl("/2k") : server().url("/2k");
+    return hostName ? "http://localhost:" + std::to_string(server().port()) + "/2k"
+                    : server().url("/2k");
 }
 
 class Counter : public HttpNetworkEventListner {

@@ -9,12 +9,6 @@
 namespace orvex_test {
 namespace hostile {
 
-HttpRoute nested(size_t depth) {
-    HttpRoute r;
-    r.body.assign(depth, '[');
-    return r;
-}
-
 HttpRoute zeros(uint64_t bytes) {
     HttpRoute r;
     r.streamLength = bytes;

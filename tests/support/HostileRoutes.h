@@ -1,6 +1,6 @@
-// Answers a hostile server sends: bodies nested deeper than any real answer, bodies that never end
-// or decompress to a gigabyte, redirects to other schemes or in a loop, broken answers and silence.
-// Served by TestHttpServer; none of them is held in memory whole.
+// Answers a hostile server sends: bodies that never end or decompress to a gigabyte, redirects to
+// other schemes or in a loop, broken answers and silence. Served by TestHttpServer; none of them is
+// held in memory whole.
 #ifndef ORVEX_TEST_HOSTILE_ROUTES_H
 #define ORVEX_TEST_HOSTILE_ROUTES_H
 
@@ -12,7 +12,6 @@
 namespace orvex_test {
 namespace hostile {
 
-HttpRoute nested(size_t depth);                   // depth times '['
 HttpRoute zeros(uint64_t bytes);                  // zero bytes with their Content-Length
 HttpRoute endless();                              // chunked zero bytes that never end
 HttpRoute gzipBomb();                             // gzip of endless zeros: about 1 KiB per MiB

@@ -244,11 +244,6 @@ std::string TestHttpServer::url(const std::string& pathAndQuery) const {
            "://127.0.0.1:" + std::to_string(port_) + pathAndQuery;
 }
 
-std::string TestHttpServer::hostUrl(const std::string& pathAndQuery) const {
-    return std::string(mode_ == Mode::Http ? "http" : "https") +
-           "://localhost:" + std::to_string(port_) + pathAndQuery;
-}
-
 void TestHttpServer::route(const std::string& path, HttpRoute answer) {
     std::lock_guard<std::mutex> lock(mutex_);
     routes_[path] = std::move(answer);

@@ -80,8 +80,6 @@ public:
     uint16_t port() const { return port_; }
     // "http[s]://127.0.0.1:<port>" + pathAndQuery.
     std::string url(const std::string& pathAndQuery) const;
-    // The same through the host name "localhost", so that the client resolves a name.
-    std::string hostUrl(const std::string& pathAndQuery) const;
 
     // Adds or replaces the answer for a path (without query); "*" answers every other path.
     void route(const std::string& path, HttpRoute answer);
