@@ -1,5 +1,5 @@
 # The local HTTPS servers' certificates, made once per build tree with openssl. Targets that compile
-# tests/support/TestCertificates.cpp call orvex_use_test_certificates(target).
+# tests/support/TestHttpServer.cpp call orvex_use_test_certificates(target).
 if(NOT TARGET orvex_test_certs)
   set(ORVEX_TEST_CERT_DIR ${CMAKE_BINARY_DIR}/test-certificates)
   add_custom_command(

@@ -14,8 +14,6 @@
 #include <cstring>
 #include <sstream>
 
-#include "TestCertificates.h"
-
 namespace orvex_test {
 
 namespace {
@@ -61,18 +59,16 @@ struct Wire {
 
 }  // namespace
 
-// Credentials and the ticket key every TLS connection of a server shares.
+// Credentials and the ticket key every TLS connection of a server shares. The certificates of
+// both chains are made at build time by make-test-certs.sh.
 struct TestHttpServer::Tls {
     gnutls_certificate_credentials_t credentials = nullptr;
     gnutls_datum_t ticketKey{nullptr, 0};
-    explicit Tls(const TestCertificates& certs) {
-        auto datum = [](const std::string& pem) {
-            return gnutls_datum_t{reinterpret_cast<unsigned char*>(const_cast<char*>(pem.data())),
-                                  static_cast<unsigned>(pem.size())};
-        };
-        gnutls_datum_t cert = datum(certs.serverCertPem), key = datum(certs.serverKeyPem);
+    explicit Tls(const std::string& chain) {
+        const std::string files = ORVEX_TEST_CERT_DIR "/" + chain;
         gnutls_certificate_allocate_credentials(&credentials);
-        gnutls_certificate_set_x509_key_mem(credentials, &cert, &key, GNUTLS_X509_FMT_PEM);
+        gnutls_certificate_set_x509_key_file(credentials, (files + "-server.pem").c_str(),
+                                             (files + "-server.key").c_str(), GNUTLS_X509_FMT_PEM);
         gnutls_session_ticket_key_generate(&ticketKey);
     }
     ~Tls() {
@@ -84,8 +80,8 @@ struct TestHttpServer::Tls {
 TestHttpServer::TestHttpServer(Mode mode) : mode_(mode) {
     // A client that hangs up mid-answer must not end the test program.
     signal(SIGPIPE, SIG_IGN);
-    if (mode == Mode::Https) tls_ = std::make_unique<Tls>(TestCertificates::trusted());
-    if (mode == Mode::HttpsUntrusted) tls_ = std::make_unique<Tls>(TestCertificates::untrusted());
+    if (mode != Mode::Http)
+        tls_ = std::make_unique<Tls>(mode == Mode::Https ? "trusted" : "untrusted");
     int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0) return;
     sockaddr_in addr{};
@@ -282,6 +278,6 @@ void TestHttpServer::releaseHeld() {
     released_.notify_all();
 }
 
-std::string TestHttpServer::caFile() { return TestCertificates::trusted().caFile; }
+std::string TestHttpServer::caFile() { return ORVEX_TEST_CERT_DIR "/trusted-ca.pem"; }
 
 }  // namespace orvex_test
