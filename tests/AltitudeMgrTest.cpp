@@ -1,6 +1,5 @@
 // The weather-service chains end to end: OrvexAltitudeMgr -> NetworkProxy -> curl engine -> a
 // local HTTPS server that plays AccuWeather and TWC, verified against the test CA.
-
 #include <cmath>
 
 #include <orvex_host/connection_control.h>
@@ -15,8 +14,7 @@
 #include "OrvexAltitudeMgr.h"
 #include "TestHttpServer.h"
 
-using orvex_test::HttpRoute;
-using orvex_test::TestHttpServer;
+using namespace orvex_test;
 
 namespace {
 
@@ -42,15 +40,15 @@ struct Recorder : OrvexAltitudeMgrEvent {
     bool done() const { return completed + failed > 0; }
 };
 
-class AltitudeMgrTest : public orvex_test::HostTest {
+class AltitudeMgrTest : public HostTest {
 protected:
     void SetUp() override {
         HostTest::SetUp();
         orvex_host_connection_set_proxy("");
         ASSERT_TRUE(server.ok());
         std::string local = "https://localhost:" + std::to_string(server.port());
-        orvex_test::curlRedirect(std::string("https://") + ORVEX_ACCUWEATHER_HOST, local);
-        orvex_test::curlRedirect(std::string("https://") + ORVEX_TWC_HOST, local);
+        curlRedirect(std::string("https://") + ORVEX_ACCUWEATHER_HOST, local);
+        curlRedirect(std::string("https://") + ORVEX_TWC_HOST, local);
         mgr = OrvexAltitudeMgr::getInstance();
         mgr->SetEventListener(&recorder);
     }
@@ -69,11 +67,11 @@ protected:
     // The manager is registered with the front end from a Request until its chain ends (answer,
     // failure, cancel or time-out).
     bool chainEnds() {
-        return orvex_test::runUntil(
+        return runUntil(
             [&] { return NetworkProxy::GetInstance()->FindHttpNetworkProxyReqID(mgr) < 0; }, 10000);
     }
 
-    orvex_test::TrustTestCa trust;
+    TrustTestCa trust;
     TestHttpServer server{TestHttpServer::Mode::Https};
     OrvexAltitudeMgr* mgr = nullptr;
     Recorder recorder;
@@ -85,8 +83,8 @@ TEST_F(AltitudeMgrTest, TwcWithATwoCharacterKeyIsOneRequestAndASecondWhileBusyIs
     server.route(kTwcPath, {200, {}, kTwcAnswer});
     mgr->Request(46.021, -7.749, 0.0);
     mgr->Request(3, 4, 0);
-    ASSERT_TRUE(orvex_test::runUntil([&] { return recorder.done(); }, 10000));
-    orvex_test::drainPending();
+    ASSERT_TRUE(runUntil([&] { return recorder.done(); }, 10000));
+    drainPending();
     ASSERT_EQ(1, recorder.completed);
     EXPECT_EQ(1016.9, recorder.data->pressure);
     EXPECT_EQ(1, recorder.data->provider);
@@ -109,7 +107,7 @@ TEST_F(AltitudeMgrTest, AccuWeatherIsTwoRequestsTheSecondFromTheFirstKey) {
         mgr->SetEventListener(&recorder);
         size_t before = server.requestCount();
         mgr->Request(-33.8688, 151.2093, 10000.0);
-        ASSERT_TRUE(orvex_test::runUntil([&] { return recorder.done(); }, 10000)) << twcKey;
+        ASSERT_TRUE(runUntil([&] { return recorder.done(); }, 10000)) << twcKey;
         ASSERT_EQ(1, recorder.completed) << twcKey;
         EXPECT_EQ(1018.3, recorder.data->pressure);
         EXPECT_EQ(0, recorder.data->provider);
@@ -129,7 +127,7 @@ TEST_F(AltitudeMgrTest, OutcomesAtEitherStep) {
         HttpRoute weather;
         int completed;
     };
-    const HttpRoute dropped = orvex_test::hostile::silent();
+    const HttpRoute dropped = hostile::silent();
     const Case cases[] = {
         {"no pressure unit type is a success with 0",
          {200, {}, kGeoAnswer},
@@ -148,10 +146,10 @@ TEST_F(AltitudeMgrTest, OutcomesAtEitherStep) {
         mgr->SetEventListener(&recorder);
         mgr->Request(10, 20, 0);
         if (c.geo.neverAnswer || c.weather.neverAnswer) {
-            ASSERT_TRUE(orvex_test::runUntil([&] { return server.heldCount() > 0; }, 10000));
+            ASSERT_TRUE(runUntil([&] { return server.heldCount() > 0; }, 10000));
             server.releaseHeld();
         }
-        ASSERT_TRUE(orvex_test::runUntil([&] { return recorder.done(); }, 10000)) << c.name;
+        ASSERT_TRUE(runUntil([&] { return recorder.done(); }, 10000)) << c.name;
         EXPECT_EQ(c.completed, recorder.completed) << c.name;
         EXPECT_EQ(1 - c.completed, recorder.failed) << c.name;
         if (c.completed) {
@@ -166,27 +164,27 @@ TEST_F(AltitudeMgrTest, OutcomesAtEitherStep) {
 TEST_F(AltitudeMgrTest, AfterAFailedSendTheNextRequestRuns) {
     orvex_host_key_set("twc_api_key", "tw");
     server.route(kTwcPath, {200, {}, kTwcAnswer});
-    orvex_test::curlFailNext("curl_multi_init", 1);
+    curlFailNext("curl_multi_init", 1);
     mgr->Request(1, 2, 5000);
     EXPECT_EQ(1, recorder.failed);
     mgr->Request(1, 2, 5000);
-    ASSERT_TRUE(orvex_test::runUntil([&] { return recorder.completed == 1; }, 10000));
+    ASSERT_TRUE(runUntil([&] { return recorder.completed == 1; }, 10000));
 
     NetworkProxy::Destory();
     {
-        orvex_test::FailNothrowNew noEngine(1);
+        FailNothrowNew noEngine(1);
         NetworkProxy::GetInstance();
     }
     mgr->Request(1, 2, 0);
     EXPECT_EQ(1, recorder.failed);
-    ASSERT_TRUE(orvex_test::runUntil([&] { return recorder.failed == 2; }, 10000));
+    ASSERT_TRUE(runUntil([&] { return recorder.failed == 2; }, 10000));
     NetworkProxy::Destory();
     mgr->Request(1, 2, 0);
-    ASSERT_TRUE(orvex_test::runUntil([&] { return recorder.completed == 2; }, 10000));
+    ASSERT_TRUE(runUntil([&] { return recorder.completed == 2; }, 10000));
 }
 
 TEST_F(AltitudeMgrTest, TimeOutAtEitherStepCancelsAndTellsNobody) {
-    const HttpRoute held = orvex_test::hostile::silent();
+    const HttpRoute held = hostile::silent();
     for (int step = 0; step < 2; ++step) {
         serveAccuWeather(step == 0 ? held : HttpRoute{200, {}, kGeoAnswer},
                          step == 1 ? held : HttpRoute{200, {}, kAccuAnswer});
@@ -194,13 +192,13 @@ TEST_F(AltitudeMgrTest, TimeOutAtEitherStepCancelsAndTellsNobody) {
         mgr->SetEventListener(&recorder);
         size_t before = server.requestCount();
         mgr->Request(1, 2, 300.9);  // 300 ms
-        ASSERT_TRUE(orvex_test::runUntil(
+        ASSERT_TRUE(runUntil(
             [&] { return server.requestCount() == before + 1 + step && server.heldCount() == 1; },
             10000));
         // The time-out fires, cancels the transfer and tells nobody.
         ASSERT_TRUE(chainEnds());
         server.releaseHeld();
-        orvex_test::drainPending();
+        drainPending();
         EXPECT_FALSE(recorder.done()) << step;
     }
     // The listener was cleared by the cancel, and a cancel while idle clears it too: a chain
@@ -238,7 +236,7 @@ TEST_F(AltitudeMgrTest, TimeOutsAreWholeMillisecondsAndNeverWrap) {
 
 TEST_F(AltitudeMgrTest, RefusedRegistrationFailsAtOnceAndItsTimeOutCancelsTheNextRequest) {
     {
-        orvex_test::FailNothrowNew noMemory;  // NetworkProxy cannot be created
+        FailNothrowNew noMemory;  // NetworkProxy cannot be created
         NetworkProxy::Destory();
         mgr->Request(1, 2, 300);
     }
@@ -249,10 +247,10 @@ TEST_F(AltitudeMgrTest, RefusedRegistrationFailsAtOnceAndItsTimeOutCancelsTheNex
     mgr->SetEventListener(&recorder);
     mgr->Request(1, 2, 0);
     // The refused request's time-out fires first and cancels this chain without a word.
-    ASSERT_TRUE(orvex_test::runUntil([&] { return server.heldCount() == 1; }, 10000));
+    ASSERT_TRUE(runUntil([&] { return server.heldCount() == 1; }, 10000));
     ASSERT_TRUE(chainEnds());
     server.releaseHeld();
-    orvex_test::drainPending();
+    drainPending();
     EXPECT_EQ(1, recorder.failed);
     EXPECT_EQ(0, recorder.completed);
     EXPECT_EQ(1u, server.requestCount());
@@ -262,16 +260,16 @@ TEST_F(AltitudeMgrTest, DeleteInstanceDuringARequest) {
     orvex_host_key_set("twc_api_key", "tw");
     server.route(kTwcPath, {200, {}, kTwcAnswer, false, 5000});
     mgr->Request(1, 2, 5000);
-    ASSERT_TRUE(orvex_test::runUntil([&] { return server.heldCount() == 1; }, 10000));
+    ASSERT_TRUE(runUntil([&] { return server.heldCount() == 1; }, 10000));
     OrvexAltitudeMgr::deleteInstance();
     server.releaseHeld();
-    orvex_test::drainPending();
+    drainPending();
     EXPECT_FALSE(recorder.done());
     mgr = OrvexAltitudeMgr::getInstance();
     mgr->SetEventListener(&recorder);
     server.route(kTwcPath, {200, {}, kTwcAnswer});
     mgr->Request(1, 2, 5000);
-    ASSERT_TRUE(orvex_test::runUntil([&] { return recorder.done(); }, 10000));
+    ASSERT_TRUE(runUntil([&] { return recorder.done(); }, 10000));
     EXPECT_EQ(1, recorder.completed);
 }
 
@@ -295,13 +293,13 @@ TEST_F(AltitudeMgrTest, UrlsKeysAndTheirAbsence) {
                   "&geocode=-33.868800,-122.400000&language=en-US&format=json&par=marveno_widget"
                   "&apiKey=xy",
               mgr->GetTWCInfoRequestUrl(-33.8688, -122.4));
-    EXPECT_TRUE(orvex_test::errors().empty());
+    EXPECT_TRUE(errors().empty());
 }
 
 TEST_F(AltitudeMgrTest, ResponseInAnUnexpectedStateIsOnlyLogged) {
     unsigned char body[] = "{}";
     mgr->OnHttpResponseCompleted(3, body, 2);
-    EXPECT_EQ(std::vector<std::string>{"invalid request status"}, orvex_test::errors());
+    EXPECT_EQ(std::vector<std::string>{"invalid request status"}, errors());
     EXPECT_FALSE(recorder.done());
 }
 

@@ -13,8 +13,8 @@
 #include "MainLoop.h"
 #include "TestHttpServer.h"
 
-using orvex_test::HttpRoute;
-using orvex_test::TestHttpServer;
+using namespace orvex_test;
+
 using Entries = std::map<std::string, std::string>;
 
 namespace {
@@ -42,14 +42,14 @@ void ask() {
     ASSERT_EQ(0, app_control_send_launch_request(request, nullptr, nullptr));
 }
 
-using WeatherAgentHostTest = orvex_test::HostTest;
+using WeatherAgentHostTest = HostTest;
 
 TEST_F(WeatherAgentHostTest, TheSimulatorsObservationTimeNeverWraps) {
     Entries reply;
     ASSERT_GE(message_port_register_local_port("reply.port", receive, &reply), 0);
     orvex_host_agent_set_age(LLONG_MIN);
     ask();
-    ASSERT_TRUE(orvex_test::runUntil([&] { return !reply.empty(); }));
+    ASSERT_TRUE(runUntil([&] { return !reply.empty(); }));
     EXPECT_EQ(std::to_string(LLONG_MAX), reply["refreshedTime"]);
 }
 
@@ -88,7 +88,7 @@ TEST_F(WeatherAgentHostTest, AnswersWithTheRecordedPressureOrSaysWhyNot) {
         reply.clear();
         ask();
         const int asked = orvex_host_agent_request_count() + 1;
-        ASSERT_TRUE(orvex_test::runUntil([&] {
+        ASSERT_TRUE(runUntil([&] {
             return orvex_host_agent_request_count() == asked &&
                    (!reply.empty() || orvex_host_agent_problem() != nullptr);
         }));
