@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
@@ -85,9 +86,8 @@ std::vector<std::string> errors() { return messages(DLOG_ERROR); }
 std::vector<std::string> infos() { return messages(DLOG_INFO); }
 
 bool logged(int prio, const std::string& message) {
-    for (const auto& m : messages(prio))
-        if (m == message) return true;
-    return false;
+    auto all = messages(prio);
+    return std::find(all.begin(), all.end(), message) != all.end();
 }
 
 std::string fill(const std::string& pattern, const char* name) {
