@@ -127,28 +127,20 @@ TEST_F(AltitudeMgrTest, OutcomesAtEitherStep) {
         HttpRoute weather;
         int completed;
     };
-    const HttpRoute dropped = hostile::silent();
     const Case cases[] = {
         {"no pressure unit type is a success with 0",
          {200, {}, kGeoAnswer},
          {200, {}, R"([{"EpochTime": 1, "Pressure": {"Metric": {"Value": 1000}}}])"},
          1},
-        {"unparseable weather", {200, {}, kGeoAnswer}, {200, {}, "<html>busy</html>"}, 0},
         {"nested past any answer", {200, {}, kGeoAnswer}, {200, {}, std::string(100000, '[')}, 0},
         {"500 at step 1", {500, {}, "oops"}, {200, {}, kAccuAnswer}, 0},
         {"500 at step 2", {200, {}, kGeoAnswer}, {500, {}, "oops"}, 0},
-        {"dropped at step 1", dropped, {200, {}, kAccuAnswer}, 0},
-        {"dropped at step 2", {200, {}, kGeoAnswer}, dropped, 0},
     };
     for (const auto& c : cases) {
         serveAccuWeather(c.geo, c.weather);
         recorder = Recorder();
         mgr->SetEventListener(&recorder);
         mgr->Request(10, 20, 0);
-        if (c.geo.neverAnswer || c.weather.neverAnswer) {
-            ASSERT_TRUE(runUntil([&] { return server.heldCount() > 0; }, 10000));
-            server.releaseHeld();
-        }
         ASSERT_TRUE(runUntil([&] { return recorder.done(); }, 10000)) << c.name;
         EXPECT_EQ(c.completed, recorder.completed) << c.name;
         EXPECT_EQ(1 - c.completed, recorder.failed) << c.name;
