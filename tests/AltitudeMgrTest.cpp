@@ -105,7 +105,7 @@ TEST_F(AltitudeMgrTest, AccuWeatherIsTwoRequestsTheSecondFromTheFirstKey) {
         serveAccuWeather();
         recorder = Recorder();
         mgr->SetEventListener(&recorder);
-        size_t before = server.requestCount();
+        size_t before = server.requests().size();
         mgr->Request(-33.8688, 151.2093, 10000.0);
         ASSERT_TRUE(runUntil([&] { return recorder.done(); }, 10000)) << twcKey;
         ASSERT_EQ(1, recorder.completed) << twcKey;
@@ -182,10 +182,12 @@ TEST_F(AltitudeMgrTest, TimeOutAtEitherStepCancelsAndTellsNobody) {
                          step == 1 ? held : HttpRoute{200, {}, kAccuAnswer});
         recorder = Recorder();
         mgr->SetEventListener(&recorder);
-        size_t before = server.requestCount();
+        size_t before = server.requests().size();
         mgr->Request(1, 2, 300.9);  // 300 ms
         ASSERT_TRUE(runUntil(
-            [&] { return server.requestCount() == before + 1 + step && server.heldCount() == 1; },
+            [&] {
+                return server.requests().size() == before + 1 + step && server.heldCount() == 1;
+            },
             10000));
         // The time-out fires, cancels the transfer and tells nobody.
         ASSERT_TRUE(chainEnds());
@@ -204,7 +206,7 @@ TEST_F(AltitudeMgrTest, TimeOutAtEitherStepCancelsAndTellsNobody) {
         }
         mgr->Request(1, 2, 0);
         ASSERT_TRUE(chainEnds());
-        EXPECT_EQ(5u + 2 * idleCancel, server.requestCount());
+        EXPECT_EQ(5u + 2 * idleCancel, server.requests().size());
         EXPECT_FALSE(recorder.done());
     }
 }
@@ -245,7 +247,7 @@ TEST_F(AltitudeMgrTest, RefusedRegistrationFailsAtOnceAndItsTimeOutCancelsTheNex
     drainPending();
     EXPECT_EQ(1, recorder.failed);
     EXPECT_EQ(0, recorder.completed);
-    EXPECT_EQ(1u, server.requestCount());
+    EXPECT_EQ(1u, server.requests().size());
 }
 
 TEST_F(AltitudeMgrTest, DeleteInstanceDuringARequest) {

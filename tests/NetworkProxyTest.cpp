@@ -263,7 +263,7 @@ TEST_F(NetworkProxyTest, HostileAnswersEndInOneFailure) {
         EXPECT_EQ(route.makeStream != nullptr, logged(DLOG_ERROR, overCap)) << path;
     }
     EXPECT_TRUE(logged(DLOG_ERROR, "Incomplete transfer :" + std::to_string(CURLE_PARTIAL_FILE)));
-    EXPECT_EQ(0u, plain.requestCount());
+    EXPECT_EQ(0u, plain.requests().size());
     size_t loops = 0;
     for (const auto& r : server.requests()) loops += r.path == "/loop";
     EXPECT_EQ(6u, loops);  // the request and five redirects

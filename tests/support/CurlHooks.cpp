@@ -52,13 +52,6 @@ std::vector<CurlOptionCall> curlOptionCalls() {
     return g_calls;
 }
 
-std::vector<int> curlOptionsOf(void* handle) {
-    std::vector<int> out;
-    for (const auto& c : curlOptionCalls())
-        if (c.handle == handle) out.push_back(c.option);
-    return out;
-}
-
 void curlRedirect(const std::string& from, const std::string& to) {
     std::lock_guard<std::mutex> lock(g_mutex);
     g_redirects.emplace_back(from, to);

@@ -34,8 +34,6 @@ void curlFailNext(const std::string& function, int count, int code = 1);
 
 // Options set through curl_easy_setopt since the last curlHooksReset(), in call order.
 std::vector<CurlOptionCall> curlOptionCalls();
-// The options set on one handle, in order.
-std::vector<int> curlOptionsOf(void* handle);
 
 // Drops faults, the recorded options and the CA override.
 void curlHooksReset();

@@ -250,11 +250,6 @@ std::vector<ReceivedRequest> TestHttpServer::requests() const {
     return requests_;
 }
 
-size_t TestHttpServer::requestCount() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return requests_.size();
-}
-
 int TestHttpServer::acceptedCount() const {
     std::lock_guard<std::mutex> lock(mutex_);
     return accepted_;

@@ -85,7 +85,6 @@ public:
     void route(const std::string& path, HttpRoute answer);
 
     std::vector<ReceivedRequest> requests() const;
-    size_t requestCount() const;
     // Connections accepted, and those of them that resumed an earlier TLS session.
     int acceptedCount() const;
     int resumedCount() const;
