@@ -109,7 +109,6 @@ protected:
     bool finishes(int count, int timeoutMs = 10000) {
         return runUntil([&] { return events.finished >= count && engine->idle(); }, timeoutMs);
     }
-    bool saw(const std::string& event) const { return events.saw(event); }
 
     HttpEvents events;
     std::unique_ptr<Engine> engine;
@@ -192,7 +191,7 @@ TEST_F(CurlEngineTest, SetsTheOptionsInOrderAndLogsEachFailure) {
     orvex_host_connection_set_proxy("");
     TestHttpServer server;
     server.route("/", {200, {}, "fine"});
-    // Each request's options, without the log's.
+    // Each request's options, recorded on their own.
     std::vector<CurlOptionCall> options[2];
     for (int id : {8, 9}) {
         curlHooksReset();
@@ -200,8 +199,8 @@ TEST_F(CurlEngineTest, SetsTheOptionsInOrderAndLogsEachFailure) {
         options[id - 8] = curlOptionCalls();
     }
     ASSERT_TRUE(finishes(2));
-    EXPECT_TRUE(saw("response 8 fine"));
-    EXPECT_TRUE(saw("response failed 9"));
+    EXPECT_TRUE(events.saw("response 8 fine"));
+    EXPECT_TRUE(events.saw("response failed 9"));
     auto tail = [](const std::vector<CurlOptionCall>& calls) {
         std::vector<std::pair<int, std::string>> out;
         for (size_t i = calls.size() >= 5 ? calls.size() - 5 : 0; i < calls.size(); ++i)
@@ -250,8 +249,8 @@ TEST_F(CurlEngineTest, HttpsVerifiesTheCaAndResumesTlsSessionsAcrossBursts) {
     engine->HttpRequest(request(1, good.url("/")));
     engine->HttpRequest(request(2, bad.url("/")));
     ASSERT_TRUE(finishes(2));
-    EXPECT_TRUE(saw("response 1 secure"));
-    EXPECT_TRUE(saw("response failed 2"));
+    EXPECT_TRUE(events.saw("response 1 secure"));
+    EXPECT_TRUE(events.saw("response failed 2"));
     // Transport failures carry no HTTP status.
     EXPECT_TRUE(logged(DLOG_ERROR, "Response Error Code :0"));
 
@@ -259,7 +258,7 @@ TEST_F(CurlEngineTest, HttpsVerifiesTheCaAndResumesTlsSessionsAcrossBursts) {
     EXPECT_EQ(0, good.resumedCount());
     engine->HttpRequest(request(3, good.url("/")));
     ASSERT_TRUE(finishes(3));
-    EXPECT_TRUE(saw("response 3 secure"));
+    EXPECT_TRUE(events.saw("response 3 secure"));
     EXPECT_EQ(1, good.resumedCount());
     EXPECT_EQ(2, good.acceptedCount());
 }

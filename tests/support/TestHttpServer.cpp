@@ -182,8 +182,9 @@ void TestHttpServer::serve(int fd, Worker* self) {
     if (open) {
         ReceivedRequest request = parse(data.substr(0, headEnd + 4));
         request.body = data.substr(headEnd + 4);
-        const char* declared = strcasestr(request.head.c_str(), "\r\nContent-Length:");
-        size_t length = declared ? strtoul(declared + 17, nullptr, 10) : 0;
+        static const char kLength[] = "\r\nContent-Length:";
+        const char* declared = strcasestr(request.head.c_str(), kLength);
+        size_t length = declared ? strtoul(declared + sizeof kLength - 1, nullptr, 10) : 0;
         for (ssize_t n = 0; request.body.size() < length; request.body.append(buf, n))
             if ((n = wire.read(buf, sizeof buf)) <= 0) break;
 
@@ -198,17 +199,16 @@ void TestHttpServer::serve(int fd, Worker* self) {
         if (route.raw) {
             wire.write(*route.raw);
         } else if (hold(route)) {
-            const std::string& body = route.body;
             bool chunked = route.makeStream ? route.streamLength == UINT64_MAX : route.chunked;
             std::string head = "HTTP/1.1 " + std::to_string(route.status) +
                                (route.status == 200 ? " OK" : " Status") +
                                "\r\nConnection: close\r\n";
             for (const auto& h : route.headers) head += h.first + ": " + h.second + "\r\n";
-            head += chunked
-                        ? "Transfer-Encoding: chunked\r\n"
-                        : "Content-Length: " +
-                              std::to_string(route.makeStream ? route.streamLength : body.size()) +
-                              "\r\n";
+            head += chunked ? "Transfer-Encoding: chunked\r\n"
+                            : "Content-Length: " +
+                                  std::to_string(route.makeStream ? route.streamLength
+                                                                  : route.body.size()) +
+                                  "\r\n";
             bool sending = wire.write(head + "\r\n");
             if (route.makeStream) {
                 auto next = route.makeStream();
@@ -217,10 +217,11 @@ void TestHttpServer::serve(int fd, Worker* self) {
                     sending = chunked ? wire.chunk(piece.data(), n) : wire.write(piece.data(), n);
             } else if (chunked) {
                 // Small pieces, so that the answer really has several chunks.
-                for (size_t at = 0; sending && at < body.size(); at += 7)
-                    sending = wire.chunk(body.data() + at, std::min<size_t>(7, body.size() - at));
+                for (size_t at = 0; sending && at < route.body.size(); at += 7)
+                    sending = wire.chunk(route.body.data() + at,
+                                         std::min<size_t>(7, route.body.size() - at));
             } else {
-                sending = wire.write(body);
+                sending = wire.write(route.body);
             }
             if (sending && chunked) wire.write("0\r\n\r\n");
         }
