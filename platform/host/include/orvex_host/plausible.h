@@ -1,6 +1,6 @@
 /*
- * The ranges a value from outside (a receiver, a track file, a barometer, a weather source) must lie
- * in before the host passes it on. Named once here, for the host services and for the tool.
+ * The ranges a value from outside (a receiver, a track file, a barometer, a weather source) must
+ * lie in before the host passes it on. Named once here, for the host services and for the tool.
  */
 #ifndef ORVEX_HOST_PLAUSIBLE_H
 #define ORVEX_HOST_PLAUSIBLE_H
@@ -31,7 +31,8 @@ static inline bool orvex_host_plausible_altitude(double metres) {
            metres <= ORVEX_HOST_ALTITUDE_MAX_M;
 }
 static inline bool orvex_host_plausible_pressure(double hpa) {
-    return isfinite(hpa) && hpa >= ORVEX_HOST_PRESSURE_MIN_HPA && hpa <= ORVEX_HOST_PRESSURE_MAX_HPA;
+    return isfinite(hpa) && hpa >= ORVEX_HOST_PRESSURE_MIN_HPA &&
+           hpa <= ORVEX_HOST_PRESSURE_MAX_HPA;
 }
 static inline bool orvex_host_plausible_slp(double hpa) {
     return isfinite(hpa) && hpa >= ORVEX_HOST_SLP_MIN_HPA && hpa <= ORVEX_HOST_SLP_MAX_HPA;
