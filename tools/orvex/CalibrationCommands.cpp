@@ -22,6 +22,7 @@
 #include "OrvexLocationMgr.h"
 #include "OrvexStorageMgr.h"
 #include "OrvexWeather.h"
+#include "ServiceState.h"
 #include "Tool.h"
 
 namespace orvex_tool {
@@ -192,6 +193,7 @@ int calibrateFromAgent(const Options& options, const Args& args) {
     // calibration.
     if (!plausibleSlp(store->getDataSLP()))
         return fail(implausible("the weather agent's sea-level pressure", store->getDataSLP()));
+    noteCalibrationSource("agent");
     return printCalibration(options, store, "weather agent");
 }
 
@@ -299,6 +301,7 @@ int calibrateFromService(const Options& options, const Args& args) {
 
     long long observed = static_cast<long long>(d.updateTime / 1000.0);
     storeCalibration(OrvexStorageMgr::getInstance(), d.pressure, observed);
+    noteCalibrationSource("service");
     const char* provider = d.provider == 1 ? "The Weather Company" : "AccuWeather";
     if (options.json) {
         JsonLine()
@@ -335,6 +338,7 @@ int runCalibrate(const Options& options, const Args& args) {
         if (!plausibleSlp(slp))
             return fail(implausible("the sea-level pressure", slp) + "; nothing stored");
         storeCalibration(store, slp, static_cast<long long>(time(nullptr)));
+        noteCalibrationSource("manual");
         return printCalibration(options, store, "known altitude");
     }
     return usageError(kCalibrate, "unknown source '" + args[0] + "'");
