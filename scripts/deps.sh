@@ -3,7 +3,7 @@
 # Usage: scripts/deps.sh [PURPOSE...]
 #   (none)   build and run the library and the tool (the main job)
 #   test     the test suites: GoogleTest/GMock, the local HTTP/HTTPS servers, gpsd with its test
-#            feeder, and an SVG renderer
+#            feeder, an SVG renderer, and systemd-analyze for the service's unit
 #   fuzz     the libFuzzer targets (clang and its sanitizer runtime)
 #   docs     the API documentation
 #   bench    the benchmarks and the cost scripts
@@ -18,7 +18,7 @@ packages=(
 for purpose in "$@"; do
     case "$purpose" in
     test) packages+=(libgtest-dev libgmock-dev libgnutls28-dev openssl
-                     ca-certificates gpsd gpsd-clients librsvg2-bin netpbm) ;;
+                     ca-certificates gpsd gpsd-clients librsvg2-bin netpbm systemd) ;;
     fuzz) packages+=(clang libclang-rt-14-dev) ;;
     docs) packages+=(doxygen) ;;
     bench) packages+=(libbenchmark-dev libgnutls28-dev valgrind strace) ;;

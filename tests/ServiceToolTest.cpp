@@ -1,0 +1,134 @@
+// 'orvex service' as systemd runs it and 'orvex status' as another terminal asks it.
+#include <gio/gio.h>
+#include <gtest/gtest.h>
+#include <json-glib/json-glib.h>
+
+#include <cmath>
+
+#include "HostFixture.h"
+#include "MainLoop.h"
+#include "ToolRunner.h"
+
+namespace {
+
+std::string contents(const std::string& path) {
+    g_autofree char* text = nullptr;
+    return g_file_get_contents(path.c_str(), &text, nullptr, nullptr) ? text : "";
+}
+
+// The service as a process of its own, its stderr in a file next to its data.
+class RunningService {
+public:
+    RunningService(const std::string& home,
+                   const std::vector<std::pair<std::string, std::string>>& env = {})
+        : err_(home + "/.service-stderr") {
+        g_autoptr(GSubprocessLauncher) launcher =
+            g_subprocess_launcher_new(GSubprocessFlags(G_SUBPROCESS_FLAGS_STDOUT_SILENCE));
+        g_subprocess_launcher_setenv(launcher, "ORVEX_HOST_HOME", home.c_str(), TRUE);
+        for (const auto& [name, value] : env)
+            g_subprocess_launcher_setenv(launcher, name.c_str(), value.c_str(), TRUE);
+        g_subprocess_launcher_set_stderr_file_path(launcher, err_.c_str());
+        process_ =
+            g_subprocess_launcher_spawn(launcher, nullptr, ORVEX_TOOL_PATH, "service", nullptr);
+        g_subprocess_wait_async(
+            process_, nullptr,
+            [](GObject*, GAsyncResult*, gpointer done) { *static_cast<bool*>(done) = true; },
+            &ended_);
+    }
+    ~RunningService() {
+        if (!ended_) g_subprocess_force_exit(process_);
+        orvex_test::runUntil([&] { return ended_; });
+        g_object_unref(process_);
+    }
+    long pid() const { return std::stol(g_subprocess_get_identifier(process_)); }
+    std::string err() const { return contents(err_); }
+    bool ended() const { return ended_; }
+    int exitCode() const {
+        return g_subprocess_get_if_exited(process_) ? g_subprocess_get_exit_status(process_) : -1;
+    }
+    void signal(int number) { g_subprocess_send_signal(process_, number); }
+
+private:
+    std::string err_;
+    GSubprocess* process_ = nullptr;
+    bool ended_ = false;
+};
+
+// `status --json`, parsed; the root object stays valid while the parser lives.
+struct Status {
+    explicit Status(const std::string& text) : parser(json_parser_new()) {
+        if (json_parser_load_from_data(parser, text.c_str(), -1, nullptr) &&
+            JSON_NODE_HOLDS_OBJECT(json_parser_get_root(parser)))
+            root = json_node_get_object(json_parser_get_root(parser));
+    }
+    ~Status() { g_object_unref(parser); }
+    JsonObject* object(const char* key) const {
+        JsonNode* n = root ? json_object_get_member(root, key) : nullptr;
+        return n && JSON_NODE_HOLDS_OBJECT(n) ? json_node_get_object(n) : nullptr;
+    }
+    static bool isNull(JsonObject* o, const char* key) {
+        JsonNode* n = o ? json_object_get_member(o, key) : nullptr;
+        return n && JSON_NODE_HOLDS_NULL(n);
+    }
+    static double number(JsonObject* o, const char* key) {
+        JsonNode* n = o ? json_object_get_member(o, key) : nullptr;
+        return n && JSON_NODE_HOLDS_VALUE(n) ? json_node_get_double(n) : NAN;
+    }
+    static std::string text(JsonObject* o, const char* key) {
+        JsonNode* n = o ? json_object_get_member(o, key) : nullptr;
+        return n && JSON_NODE_HOLDS_VALUE(n) && json_node_get_value_type(n) == G_TYPE_STRING
+                   ? json_node_get_string(n)
+                   : "";
+    }
+    JsonParser* parser;
+    JsonObject* root = nullptr;
+};
+
+class ServiceToolTest : public orvex_test::HostTest {};
+
+TEST_F(ServiceToolTest, RunsAloneReportsItsStateAndEndsOnSigterm) {
+    orvex_test::ToolRunner tool(ORVEX_TOOL_PATH, std::string(orvex_host_data_dir()) + "/tool");
+    ASSERT_EQ(0, tool.run({"settings", "set", "auto-refresh", "1"}).exitCode);
+    RunningService service(tool.home());
+    // The fixed position measures nothing, so the calibration comes from the weather agent.
+    ASSERT_TRUE(orvex_test::runUntil(
+        [&] { return service.err().find("calibrated from agent: ") != std::string::npos; }, 10000))
+        << service.err();
+
+    Status status(tool.run({"--json", "status"}).out);
+    ASSERT_NE(nullptr, status.root);
+    EXPECT_TRUE(json_object_get_boolean_member(status.root, "running"));
+    EXPECT_EQ(service.pid(), Status::number(status.root, "pid"));
+    EXPECT_EQ("sim", Status::text(status.object("backends"), "sensor"));
+    JsonObject* reading = status.object("last_reading");
+    EXPECT_GT(Status::number(reading, "time"), 0);
+    EXPECT_NEAR(1000, Status::number(reading, "pressure_hpa"), 200);
+    EXPECT_TRUE(std::isfinite(Status::number(reading, "altitude_m")));
+    JsonObject* calibration = status.object("last_calibration");
+    EXPECT_EQ("agent", Status::text(calibration, "source"));
+    const double calibrated = Status::number(calibration, "time");
+    EXPECT_NEAR(1013, Status::number(calibration, "slp_hpa"), 87);
+    // The agent's interval is three hours.
+    EXPECT_EQ(calibrated + 3 * 3600, Status::number(status.root, "next_calibration"));
+
+    orvex_test::ToolResult second = tool.run({"service"});
+    EXPECT_EQ(1, second.exitCode);
+    EXPECT_EQ("orvex: error: the service already runs on this data directory (pid " +
+                  std::to_string(service.pid()) + ")\n",
+              second.err);
+
+    service.signal(SIGTERM);
+    EXPECT_TRUE(orvex_test::runUntil([&] { return service.ended(); }, 1000));
+    EXPECT_EQ(0, service.exitCode()) << service.err();
+    // Stopped, the store answers as before and keeps what the service recorded.
+    Status after(tool.run({"--json", "status"}).out);
+    ASSERT_NE(nullptr, after.root);
+    EXPECT_FALSE(json_object_get_boolean_member(after.root, "running"));
+    EXPECT_TRUE(Status::isNull(after.root, "pid"));
+    EXPECT_TRUE(Status::isNull(after.root, "next_calibration"));
+    EXPECT_EQ(calibrated, Status::number(after.object("last_calibration"), "time"));
+    orvex_test::ToolResult recorded = tool.run({"--json", "recorded"});
+    EXPECT_EQ(0, recorded.exitCode) << recorded.err;
+}
+
+}  // namespace
