@@ -2,6 +2,8 @@
 #include <gio/gio.h>
 #include <gtest/gtest.h>
 #include <json-glib/json-glib.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cmath>
 
@@ -132,3 +134,45 @@ TEST_F(ServiceToolTest, RunsAloneReportsItsStateAndEndsOnSigterm) {
 }
 
 }  // namespace
+
+TEST_F(ServiceToolTest, CalibratesFromASettledGnssFixAboveSeaLevel) {
+    g_autofree char* gpsfake = g_find_program_in_path("gpsfake");
+    if (!gpsfake) GTEST_SKIP() << "gpsfake (Debian package gpsd-clients) is not installed";
+    // A receiver standing at 612.4 m above sea level (47.3 m of geoid separation), a fix a second.
+    const std::string log = std::string(ORVEX_TEST_DATA) + "/service/stationary.nmea";
+    GSocketListener* probe = g_socket_listener_new();
+    const std::string port =
+        std::to_string(g_socket_listener_add_any_inet_port(probe, nullptr, nullptr));
+    g_object_unref(probe);
+    const char* argv[] = {gpsfake, "-q", "-c", "0.333", "-P", port.c_str(), log.c_str(), nullptr};
+    GPid gpsd = 0;
+    ASSERT_TRUE(g_spawn_async(
+        nullptr, const_cast<char**>(argv), nullptr,
+        GSpawnFlags(G_SPAWN_DO_NOT_REAP_CHILD | G_SPAWN_STDOUT_TO_DEV_NULL |
+                    G_SPAWN_STDERR_TO_DEV_NULL),
+        [](gpointer) { setpgid(0, 0); }, nullptr, &gpsd, nullptr));
+    orvex_test::ToolRunner tool(ORVEX_TOOL_PATH, std::string(orvex_host_data_dir()) + "/tool");
+    ASSERT_EQ(0, tool.run({"settings", "set", "auto-refresh", "1"}).exitCode);
+    // A barometer at rest: 950 hPa give or take 0.02.
+    const std::string trace = tool.home() + "/still.csv";
+    ASSERT_TRUE(g_file_set_contents(trace.c_str(), "0,950.00\n1,950.02\n2,949.98\n", -1, nullptr));
+    {
+        RunningService service(tool.home(), {{"ORVEX_HOST_SENSOR_BACKEND", "trace"},
+                                             {"ORVEX_HOST_SENSOR_TRACE", trace},
+                                             {"ORVEX_HOST_LOCATION_BACKEND", "gpsd"},
+                                             {"ORVEX_HOST_LOCATION_GPSD_PORT", port}});
+        EXPECT_TRUE(orvex_test::runUntil(
+            [&] { return service.err().find("calibrated from gnss: ") != std::string::npos; },
+            90000))
+            << service.err();
+    }
+    kill(-gpsd, SIGTERM);
+    waitpid(gpsd, nullptr, 0);
+    Status status(tool.run({"--json", "status"}).out);
+    JsonObject* calibration = status.object("last_calibration");
+    EXPECT_EQ("gnss", Status::text(calibration, "source"));
+    EXPECT_NEAR(612.4, Status::number(calibration, "altitude_m"), 1.0);
+    EXPECT_NEAR(950.0, Status::number(calibration, "pressure_hpa"), 0.02);
+    // 950 hPa at 612.4 m is a sea-level pressure of 1022.05 hPa.
+    EXPECT_NEAR(1022.05, Status::number(calibration, "slp_hpa"), 0.1);
+}

@@ -473,6 +473,7 @@ bool Service::keep(const char* source, double slp, double was, const std::string
     noteCalibrationSource(source);
     status_.calibrationTime = storedCalibrationTime(store_);
     status_.calibrationDetail = detail;
+    status_.calibrationAltitude = status_.calibrationPressure = NAN;
     say(format("calibrated from %s: %.2f hPa (was %.2f hPa) from %s", source, slp, was,
                detail.c_str()));
     return true;
@@ -540,13 +541,19 @@ bool Service::fromGnss() {
         format("%.1f m above sea level at %.2f hPa, the mean of %zu fixes over %.0f s", w.altitudeM,
                w.pressureHpa, w.fixes, w.spanSeconds);
     gnssRetryAt_ = now() + interval;
-    if (worthKeeping(slp, was)) {
+    const bool stored = worthKeeping(slp, was);
+    if (stored) {
         const long long when = static_cast<long long>(now());
         store_->saveDataSLP(slp);
         store_->saveDataCalTime(when);
         store_->addDataSLPHistory(when, slp);
     }
-    return keep("gnss", slp, was, detail);
+    const bool fresh = keep("gnss", slp, was, detail);
+    if (stored) {
+        status_.calibrationAltitude = w.altitudeM;
+        status_.calibrationPressure = w.pressureHpa;
+    }
+    return fresh;
 }
 
 bool Service::fromAgent() {

@@ -182,6 +182,8 @@ bool writeServiceStatus(const ServiceStatus& s) {
     text("problem", s.problem);
     integer("calibration_time", s.calibrationTime);
     text("calibration_detail", s.calibrationDetail);
+    number("calibration_altitude_m", s.calibrationAltitude);
+    number("calibration_pressure_hpa", s.calibrationPressure);
     json_builder_end_object(b);
     g_autoptr(JsonNode) root = json_builder_get_root(b);
     g_autofree char* json = json_to_string(root, FALSE);
@@ -236,6 +238,8 @@ bool readServiceStatus(ServiceStatus* s) {
     s->problem = text("problem");
     s->calibrationTime = integer("calibration_time");
     s->calibrationDetail = text("calibration_detail");
+    s->calibrationAltitude = number("calibration_altitude_m");
+    s->calibrationPressure = number("calibration_pressure_hpa");
     return true;
 }
 

@@ -57,6 +57,7 @@ struct ServiceStatus {
     // The service's own account of the calibration it made at calibrationTime.
     long long calibrationTime = 0;
     std::string calibrationDetail;
+    double calibrationAltitude = NAN, calibrationPressure = NAN;  // of a GNSS calibration
 };
 
 // Replaces the record at once (a reader sees the old or the new one). It is not synced to disk:

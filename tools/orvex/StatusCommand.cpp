@@ -72,7 +72,9 @@ int runStatus(const Options& options, const Args& args) {
     }
     const double slp = store->getDataSLP();
     const std::string source = calibrated ? calibrationSource() : "";
-    const std::string detail = calibrated == s.calibrationTime ? s.calibrationDetail : "";
+    // The service's own account holds only for the calibration it made.
+    const bool own = calibrated != 0 && calibrated == s.calibrationTime;
+    const std::string detail = own ? s.calibrationDetail : "";
 
     if (options.json) {
         JsonLine json;
@@ -96,6 +98,8 @@ int runStatus(const Options& options, const Args& args) {
         json.add("slp_hpa", slp)
             .add("source", source.empty() ? nullptr : source.c_str())
             .add("detail", detail.empty() ? nullptr : detail.c_str())
+            .add("altitude_m", own ? s.calibrationAltitude : NAN)
+            .add("pressure_hpa", own ? s.calibrationPressure : NAN)
             .endObject();
         addTime(json, "next_calibration", s.nextCalibration);
         json.add("problem", s.problem.empty() ? nullptr : s.problem.c_str());
