@@ -22,7 +22,8 @@ std::string contents(const std::string& path) {
 class RunningService {
 public:
     RunningService(const std::string& home,
-                   const std::vector<std::pair<std::string, std::string>>& env = {})
+                   const std::vector<std::pair<std::string, std::string>>& env = {},
+                   bool verbose = false)
         : err_(home + "/.service-stderr") {
         g_autoptr(GSubprocessLauncher) launcher =
             g_subprocess_launcher_new(GSubprocessFlags(G_SUBPROCESS_FLAGS_STDOUT_SILENCE));
@@ -30,8 +31,9 @@ public:
         for (const auto& [name, value] : env)
             g_subprocess_launcher_setenv(launcher, name.c_str(), value.c_str(), TRUE);
         g_subprocess_launcher_set_stderr_file_path(launcher, err_.c_str());
-        process_ =
-            g_subprocess_launcher_spawn(launcher, nullptr, ORVEX_TOOL_PATH, "service", nullptr);
+        process_ = g_subprocess_launcher_spawn(launcher, nullptr, ORVEX_TOOL_PATH,
+                                               verbose ? "-v" : "service",
+                                               verbose ? "service" : nullptr, nullptr);
         g_subprocess_wait_async(
             process_, nullptr,
             [](GObject*, GAsyncResult*, gpointer done) { *static_cast<bool*>(done) = true; },
@@ -134,6 +136,29 @@ TEST_F(ServiceToolTest, RunsAloneReportsItsStateAndEndsOnSigterm) {
 }
 
 }  // namespace
+
+size_t count(const std::string& text, const std::string& part) {
+    size_t n = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
+    return n;
+}
+
+TEST_F(ServiceToolTest, AMissingSensorIsLoggedOnceAndTriedAgain) {
+    const std::string home = std::string(orvex_host_data_dir()) + "/tool";
+    const std::string root = home + "/no-devices";
+    g_mkdir_with_parents(root.c_str(), 0700);
+    RunningService service(
+        home, {{"ORVEX_HOST_SENSOR_BACKEND", "iio"}, {"ORVEX_HOST_SENSOR_IIO_ROOT", root}}, true);
+    // Each try ends with the library's sensor stopped (-v shows its line); the service says it
+    // once.
+    const std::string attempt = "Stop Sensor";
+    EXPECT_TRUE(orvex_test::runUntil([&] { return count(service.err(), attempt) >= 2; }, 10000))
+        << service.err();
+    EXPECT_EQ(1u, count(service.err(), "orvex service: the pressure sensor stopped ("))
+        << service.err();
+    Status status(orvex_test::ToolRunner(ORVEX_TOOL_PATH, home).run({"--json", "status"}).out);
+    EXPECT_NE(std::string::npos, Status::text(status.root, "problem").find("pressure sensor: "));
+}
 
 TEST_F(ServiceToolTest, CalibratesFromASettledGnssFixAboveSeaLevel) {
     g_autofree char* gpsfake = g_find_program_in_path("gpsfake");
