@@ -154,7 +154,7 @@ class Service : public IOrvexSensorListener,
                 public IOrvexWeatherListener,
                 public OrvexAltitudeMgrEvent {
 public:
-    bool start();
+    void start();
     void stop();
     bool stopping() const { return stopping_; }
     bool calibrationDue() const { return calibrationDue_ || stopping_; }
@@ -219,7 +219,7 @@ private:
     std::tr1::shared_ptr<WeatherData> weatherData_;
 };
 
-bool Service::start() {
+void Service::start() {
     store_ = OrvexStorageMgr::getInstance();
     signals_[0] = g_unix_signal_add(SIGTERM, onSignal, this);
     signals_[1] = g_unix_signal_add(SIGINT, onSignal, this);
@@ -247,7 +247,6 @@ bool Service::start() {
         takeReading();
     }
     tick_ = g_timeout_add_seconds(kReadingSeconds, onTick, this);
-    return true;
 }
 
 void Service::clearSource(guint* id) {
@@ -407,10 +406,16 @@ void Service::onReading(double time, double pressure) {
 
 double Service::nextCalibration() {
     if (!autoRefresh_) return NAN;
-    double last = static_cast<double>(storedCalibrationTime(store_));
-    double agent = std::max(last + settings_.agentIntervalMinutes * 60.0, agentRetryAt_);
+    const double t = now();
+    const double last = static_cast<double>(storedCalibrationTime(store_));
+    // Never calibrated: due now. A time in the past is due now too.
+    auto due = [&](int intervalMinutes, double retryAt) {
+        double at = last > 0 ? last + intervalMinutes * 60.0 : t;
+        return std::max({at, retryAt, t});
+    };
+    double agent = due(settings_.agentIntervalMinutes, agentRetryAt_);
     if (!GnssSource::measured()) return agent;
-    return std::min(agent, std::max(last + settings_.gnssIntervalMinutes * 60.0, gnssRetryAt_));
+    return std::min(agent, due(settings_.gnssIntervalMinutes, gnssRetryAt_));
 }
 
 void Service::planCalibration() {
@@ -437,12 +442,13 @@ void Service::calibrate() {
     calibrating_ = true;
     const double t = now();
     const double last = static_cast<double>(storedCalibrationTime(store_));
+    auto due = [&](int intervalMinutes, double retryAt) {
+        return t >= retryAt && (last <= 0 || t >= last + intervalMinutes * 60.0);
+    };
     bool done = false;
-    if (GnssSource::measured() &&
-        t >= std::max(last + settings_.gnssIntervalMinutes * 60.0, gnssRetryAt_))
+    if (GnssSource::measured() && due(settings_.gnssIntervalMinutes, gnssRetryAt_))
         done = fromGnss();
-    if (!done && !stopping_ &&
-        t >= std::max(last + settings_.agentIntervalMinutes * 60.0, agentRetryAt_)) {
+    if (!done && !stopping_ && due(settings_.agentIntervalMinutes, agentRetryAt_)) {
         done = fromAgent();
         if (!done && !stopping_ && keysStored()) done = fromServices();
         if (done)
