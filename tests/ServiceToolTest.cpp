@@ -93,6 +93,9 @@ class ServiceToolTest : public orvex_test::HostTest {};
 TEST_F(ServiceToolTest, RunsAloneReportsItsStateAndEndsOnSigterm) {
     orvex_test::ToolRunner tool(ORVEX_TOOL_PATH, std::string(orvex_host_data_dir()) + "/tool");
     ASSERT_EQ(0, tool.run({"settings", "set", "auto-refresh", "1"}).exitCode);
+    EXPECT_EQ("orvex: error: retention-hours is 1 to 168\n",
+              tool.run({"service", "set", "retention-hours", "169"}).err);
+    ASSERT_EQ(0, tool.run({"service", "set", "retention-hours", "48"}).exitCode);
     RunningService service(tool.home());
     // The fixed position measures nothing, so the calibration comes from the weather agent.
     ASSERT_TRUE(orvex_test::runUntil(
@@ -104,6 +107,8 @@ TEST_F(ServiceToolTest, RunsAloneReportsItsStateAndEndsOnSigterm) {
     EXPECT_TRUE(json_object_get_boolean_member(status.root, "running"));
     EXPECT_EQ(service.pid(), Status::number(status.root, "pid"));
     EXPECT_EQ("sim", Status::text(status.object("backends"), "sensor"));
+    EXPECT_EQ(48, Status::number(status.root, "retention_hours"));
+    EXPECT_NE(std::string::npos, service.err().find("keeping 48 h of recorded pressure"));
     JsonObject* reading = status.object("last_reading");
     EXPECT_GT(Status::number(reading, "time"), 0);
     EXPECT_NEAR(1000, Status::number(reading, "pressure_hpa"), 200);

@@ -639,14 +639,27 @@ bool Service::fromServices() {
     return keep("service", d.pressure, was, detail);
 }
 
-int runService(const Options&, const Args& args) {
+int runService(const Options& options, const Args& args) {
     if (!args.empty() && args[0] == "set") {
         int value = 0;
         if (args.size() != 3) return usageError(kService, "expected: set NAME VALUE");
         if (!parseInt(args[2], &value)) return fail("'" + args[2] + "' is not a whole number");
         if (!initialiseStore()) return fail("cannot create the settings store");
         std::string error = saveServiceSetting(args[1], value);
-        return error.empty() ? 0 : fail(error);
+        if (!error.empty()) return fail(error);
+        const ServiceSettings stored = loadServiceSettings();
+        if (options.json) {
+            JsonLine()
+                .add("retention_hours", stored.retentionHours)
+                .add("gnss_interval_minutes", stored.gnssIntervalMinutes)
+                .add("agent_interval_minutes", stored.agentIntervalMinutes)
+                .print();
+        } else {
+            printRows({{"retention-hours", std::to_string(stored.retentionHours)},
+                       {"gnss-interval", std::to_string(stored.gnssIntervalMinutes) + " min"},
+                       {"agent-interval", std::to_string(stored.agentIntervalMinutes) + " min"}});
+        }
+        return 0;
     }
     Args rest = args;
     GOptionEntry none[] = {{nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
