@@ -225,9 +225,9 @@ void Service::start() {
     signals_[1] = g_unix_signal_add(SIGINT, onSignal, this);
     status_.pid = static_cast<long>(getpid());
     status_.started = static_cast<long long>(time(nullptr));
-    status_.sensorBackend = orvex_host_sensor_backend();
-    status_.locationBackend = orvex_host_location_backend();
-    status_.agentBackend = orvex_host_agent_backend();
+    status_.sensorBackend = backendName(orvex_host_sensor_backend());
+    status_.locationBackend = backendName(orvex_host_location_backend());
+    status_.agentBackend = backendName(orvex_host_agent_backend());
     settings_ = loadServiceSettings();
     autoRefresh_ = store_->getAutoRefresh() != 0;
     gnssBackoff_.setMax(static_cast<guint>(settings_.gnssIntervalMinutes) * 60);

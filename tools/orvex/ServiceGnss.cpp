@@ -7,7 +7,10 @@
 
 namespace orvex_tool {
 
-bool GnssSource::measured() { return strcmp(orvex_host_location_backend(), "fixed") != 0; }
+bool GnssSource::measured() {
+    const char* backend = orvex_host_location_backend();
+    return backend && strcmp(backend, "fixed") != 0;
+}
 
 bool GnssSource::start(std::string* why) {
     if (manager_) return true;

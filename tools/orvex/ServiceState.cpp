@@ -153,6 +153,8 @@ bool ServiceLock::held(long* pid) {
     return held;
 }
 
+std::string backendName(const char* name) { return name ? name : "unknown"; }
+
 bool writeServiceStatus(const ServiceStatus& s) {
     g_autoptr(JsonBuilder) b = json_builder_new();
     json_builder_begin_object(b);

@@ -47,6 +47,9 @@ private:
     int fd_ = -1;
 };
 
+// A back end's name as the host gives it; "unknown" for none (an environment naming none).
+std::string backendName(const char* name);
+
 struct ServiceStatus {
     long pid = 0;
     long long started = 0;

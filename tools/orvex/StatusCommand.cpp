@@ -53,9 +53,9 @@ int runStatus(const Options& options, const Args& args) {
     const bool published = readServiceStatus(&s);
     // Without a service, the back ends it would use.
     if (!running || !published) {
-        s.sensorBackend = orvex_host_sensor_backend();
-        s.locationBackend = orvex_host_location_backend();
-        s.agentBackend = orvex_host_agent_backend();
+        s.sensorBackend = backendName(orvex_host_sensor_backend());
+        s.locationBackend = backendName(orvex_host_location_backend());
+        s.agentBackend = backendName(orvex_host_agent_backend());
         s.nextCalibration = NAN;
         s.problem.clear();
     }
