@@ -39,5 +39,5 @@ awk -v a="$cpu1" -v b="$cpu2" -v m="$minutes" \
 awk -v a="$sw1" -v b="$sw2" -v m="$minutes" \
     'BEGIN {printf "wake-ups per minute              %.1f\n", (b - a) / m}'
 awk -v c="${calls:-0}" 'BEGIN {printf "system calls per minute          %.1f\n", c / 2}'
-echo "RSS at 1 minute                  $rss1 KiB"
-echo "RSS at $((minutes + 1)) minutes                 $rss2 KiB (goal: no growth)"
+printf '%-33s%s KiB\n' "RSS at 1 minute" "$rss1"
+printf '%-33s%s KiB (goal: no growth)\n' "RSS at $((minutes + 1)) minutes" "$rss2"
