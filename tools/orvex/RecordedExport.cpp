@@ -8,8 +8,8 @@
 #include <ctime>
 #include <fstream>
 #include <iostream>
-#include <regex>
 
+#include "HistoryText.h"
 #include "OrvexStorageMgr.h"
 
 namespace orvex_tool {
@@ -23,18 +23,6 @@ std::string num(double v, int decimals) {
     snprintf(format, sizeof format, "%%.%df", decimals);
     char buf[G_ASCII_DTOSTR_BUF_SIZE];
     return g_ascii_formatd(buf, sizeof buf, format, v);
-}
-
-std::string timeText(long long t, const char* format, bool utc) {
-    time_t tt = static_cast<time_t>(t);
-    struct tm tmv;
-    if (utc)
-        gmtime_r(&tt, &tmv);
-    else
-        localtime_r(&tt, &tmv);
-    char buf[64];
-    strftime(buf, sizeof buf, format, &tmv);
-    return buf;
 }
 
 std::string escaped(const std::string& text) {
@@ -56,13 +44,7 @@ double niceStep(double span, int parts) {
 // Times of every calibration the store remembers: the history's entries and the last one.
 std::vector<long long> calibrationTimes(OrvexStorageMgr* store) {
     std::vector<long long> times;
-    char* raw = store->getDataSLPHistory();
-    std::string history = raw ? raw : "";
-    free(raw);
-    static const std::regex entry("T:(-?[0-9]{1,18});");
-    for (auto it = std::sregex_iterator(history.begin(), history.end(), entry);
-         it != std::sregex_iterator(); ++it)
-        times.push_back(std::stoll((*it)[1]));
+    for (const HistoryEntry& e : storedHistory(store)) times.push_back(e.time);
     try {
         if (long long last = store->getDataCalTime(); last > 0) times.push_back(last);
     } catch (const std::exception&) {

@@ -86,14 +86,7 @@ std::string problemText() {
     return problem ? std::string(" (") + problem + ")" : "";
 }
 
-std::string clockTime(long long t) {
-    time_t tt = static_cast<time_t>(t);
-    struct tm tmv;
-    localtime_r(&tt, &tmv);
-    char buf[16];
-    strftime(buf, sizeof buf, "%H:%M", &tmv);
-    return buf;
-}
+std::string clockTime(long long t) { return timeText(t, "%H:%M"); }
 
 // A sensor that has sent nothing for this long has stopped (a trace that ended, a device gone).
 constexpr gint64 kSilentSensorUs = 3 * G_USEC_PER_SEC;
