@@ -61,8 +61,8 @@ std::string rows(const std::vector<std::pair<std::string, std::string>>& list) {
 std::string usage() {
     std::vector<std::pair<std::string, std::string>> list;
     for (const auto& b : backends()) list.emplace_back(b.name, b.summary);
-    list.emplace_back("--url URL", "the server " + names(true) +
-                                       " fetches from (without it, the public one)");
+    list.emplace_back("--url URL",
+                      "the server " + names(true) + " fetches from (without it, the public one)");
     return "[set [--pressure TEXT] [--age SECONDS] [--missing KEY] [--empty KEY] [--silent] | "
            "reset]\n"
            "       orvex agent backend [NAME] [--url URL]\n\n"
@@ -118,7 +118,10 @@ int runBackend(const Options& options, Args args) {
         if (backend == b.name) inUse = &b;
     const bool fetches = inUse && inUse->fetches;
     if (options.json) {
-        JsonLine().add("backend", backend).add("url", fetches ? orvex_host_agent_url() : nullptr).print();
+        JsonLine()
+            .add("backend", backend)
+            .add("url", fetches ? orvex_host_agent_url() : nullptr)
+            .print();
     } else if (fetches) {
         printRows({{"backend", backend}, {"url", orvex_host_agent_url()}});
     } else {
@@ -134,13 +137,12 @@ int runSet(Args args) {
     gboolean silent = FALSE;
     gchar *pressure = nullptr, *missing = nullptr, *empty = nullptr;
     gint64 age = kNoAge;
-    GOptionEntry entries[] = {
-        {"silent", 0, 0, G_OPTION_ARG_NONE, &silent, nullptr, nullptr},
-        {"pressure", 0, 0, G_OPTION_ARG_STRING, &pressure, nullptr, nullptr},
-        {"age", 0, 0, G_OPTION_ARG_INT64, &age, nullptr, nullptr},
-        {"missing", 0, 0, G_OPTION_ARG_STRING, &missing, nullptr, nullptr},
-        {"empty", 0, 0, G_OPTION_ARG_STRING, &empty, nullptr, nullptr},
-        {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
+    GOptionEntry entries[] = {{"silent", 0, 0, G_OPTION_ARG_NONE, &silent, nullptr, nullptr},
+                              {"pressure", 0, 0, G_OPTION_ARG_STRING, &pressure, nullptr, nullptr},
+                              {"age", 0, 0, G_OPTION_ARG_INT64, &age, nullptr, nullptr},
+                              {"missing", 0, 0, G_OPTION_ARG_STRING, &missing, nullptr, nullptr},
+                              {"empty", 0, 0, G_OPTION_ARG_STRING, &empty, nullptr, nullptr},
+                              {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
     int rc = 0;
     if (parseOptions(kAgent, args, entries, &rc) && !args.empty())
         rc = usageError(kAgent, "unexpected argument '" + args[0] + "'");
