@@ -70,7 +70,9 @@ extern "C" int orvex_host_agent_set_missing(const char* key) {
     return storeConfig("agent_missing", key);
 }
 
-extern "C" int orvex_host_agent_set_empty(const char* key) { return storeConfig("agent_empty", key); }
+extern "C" int orvex_host_agent_set_empty(const char* key) {
+    return storeConfig("agent_empty", key);
+}
 
 extern "C" int orvex_host_agent_set_silent(int silent) {
     return storeConfig("agent_silent", silent ? "1" : nullptr);
