@@ -41,13 +41,13 @@ protected:
     void play(const std::vector<Step>& steps, bool keepStore = false) {
         std::string before = history();
         for (const auto& s : steps) {
+            SCOPED_TRACE(testing::PrintToString(s.args));
             ToolResult r = tool->run(s.args);
-            const std::string command = testing::PrintToString(s.args);
-            EXPECT_EQ(s.exitCode, r.exitCode) << command << r.err;
-            EXPECT_TRUE(s.exitCode != 0 || has(r.out, s.text)) << command << "\n" << r.out;
-            EXPECT_EQ(s.exitCode ? s.text : "", r.err) << command;
+            EXPECT_EQ(s.exitCode, r.exitCode) << r.err;
+            EXPECT_TRUE(s.exitCode != 0 || has(r.out, s.text)) << r.out;
+            EXPECT_EQ(s.exitCode ? s.text : "", r.err);
             if (keepStore) {
-                EXPECT_EQ(before, history()) << command;
+                EXPECT_EQ(before, history());
             }
         }
     }
@@ -130,8 +130,6 @@ TEST_F(ToolTest, AnImplausibleAgentValueLeavesTheEarlierCalibration) {
     } cases[] = {
         {"simulator sends 1e308", {"agent", "set", "--pressure", "1e308"}, {},
          error + "'s sea-level pressure 1e+308" + implausible + putBack},
-        {"simulator sends 849", {"agent", "set", "--pressure", "849"}, {},
-         error + "'s sea-level pressure 849" + implausible + putBack},
         {"Open-Meteo sends 2000", {"agent", "backend", "open-meteo", "--url", server.url("")},
          {200, {}, "{\"current\":{\"time\":1789459200,\"pressure_msl\":2000}}"},
          meteo + "'s pressure_msl 2000" + implausible + "\n"},
