@@ -400,19 +400,15 @@ TEST_F(CurlEngineTest, VerboseHeadersReachTheLogWithoutSecretsOrBodies) {
     ASSERT_TRUE(finishes(1));
     EXPECT_EQ("response 1 {}", events.events.back());
 
-    std::vector<std::string> info = infos();
+    // Every kind of line is covered by the redaction's own suite; here, that the engine routes
+    // its verbose output through it.
     for (const auto& line : logLines()) {
         EXPECT_EQ(std::string::npos, line.text.find("SECRET")) << line.text;
         EXPECT_EQ(std::string::npos, line.text.find("bytes of data")) << line.text;
     }
-    // Every key of a line, whatever its case, and one that ends the line.
-    for (const char* line :
-         {"> POST /v1?q=1&apikey=<redacted>&details=true&APIKEY=<redacted> "
-          "HTTP/1.1",
-          "> Authorization: <redacted>", "< Location: /v2?lang=en&apiKey=<redacted>",
-          "> GET /v2?lang=en&apiKey=<redacted> HTTP/1.1", "< HTTP/1.1 200 OK",
-          "< X-Next: /v3?apikey=<redacted>"})
-        EXPECT_NE(info.end(), std::find(info.begin(), info.end(), line)) << line;
+    std::vector<std::string> info = infos();
+    EXPECT_NE(info.end(),
+              std::find(info.begin(), info.end(), "< Location: /v2?lang=en&apiKey=<redacted>"));
 }
 
 // ---- The pipe watch and the body callbacks, driven directly ----
