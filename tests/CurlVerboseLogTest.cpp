@@ -2,8 +2,8 @@
 #include <string>
 #include <vector>
 
-#include "NetworkUtil/CurlVerboseLog.h"
 #include "HostFixture.h"
+#include "NetworkUtil/CurlVerboseLog.h"
 
 using namespace orvex_test;
 
