@@ -123,7 +123,7 @@ int runBackend(const Options& options, Args args) {
             .add("url", fetches ? orvex_host_agent_url() : nullptr)
             .print();
     } else if (fetches) {
-        printRows({{"backend", backend}, {"url", orvex_host_agent_url()}});
+        printRows({{"backend", backend}, {"url", printable(orvex_host_agent_url())}});
     } else {
         printRows({{"backend", printable(backend)}});
     }
