@@ -19,8 +19,7 @@ TEST(LocationToolTest, PrintsThePositionGpsdReplays) {
     g_object_unref(probe);
     // The log loops until the test ends; its own process group takes gpsd down with it. gpsd
     // takes a while to see its first fix, so it starts before the outage is shown.
-    const char* argv[] = {gpsfake,          "-q",        "-c",   "0.05", "-P",
-                          ports[1].c_str(), log,        nullptr};
+    const char* argv[] = {gpsfake, "-q", "-c", "0.05", "-P", ports[1].c_str(), log, nullptr};
     GPid pid = 0;
     ASSERT_TRUE(g_spawn_async(
         nullptr, const_cast<char**>(argv), nullptr,

@@ -161,7 +161,8 @@ TEST_F(ToolTest, CalibratesFromTheWeatherServiceEndToEnd) {
     orvex_test::TestHttpServer server(orvex_test::TestHttpServer::Mode::Https);
     ASSERT_TRUE(server.ok());
     g_autofree char* answer = nullptr;
-    ASSERT_TRUE(g_file_get_contents(ORVEX_TEST_DATA "/twc-aggcommon.json", &answer, nullptr, nullptr));
+    ASSERT_TRUE(
+        g_file_get_contents(ORVEX_TEST_DATA "/twc-aggcommon.json", &answer, nullptr, nullptr));
     server.route("/v2/aggcommon/v3-location-point;v3-wx-observations-current;v3-links",
                  {200, {}, answer});
     tool->setEnv("LD_PRELOAD", ORVEX_TOOL_PRELOAD);
