@@ -3,9 +3,9 @@
 #include <OrvexStorageMgr.h>
 #include <orvex_host/control.h>
 
+#include <sys/stat.h>
 #include <cstdio>
 #include <string>
-#include <sys/stat.h>
 
 int main() {
     OrvexStorageMgr::getInstance()->initStorage();
