@@ -88,9 +88,8 @@ ReadResult Backend::reading(double t, Reading* out) {
     ReadResult rc = read(t, out);
     if (rc == ReadResult::kOk && !orvex_host_plausible_pressure(out->hpa)) {
         char text[160];
-        snprintf(text, sizeof text,
-                 "%g hPa is not a plausible pressure (%g to %g hPa at the sensor)", out->hpa,
-                 ORVEX_HOST_PRESSURE_MIN_HPA, ORVEX_HOST_PRESSURE_MAX_HPA);
+        snprintf(text, sizeof text, "%g hPa is outside the plausible %g to %g hPa at the sensor",
+                 out->hpa, ORVEX_HOST_PRESSURE_MIN_HPA, ORVEX_HOST_PRESSURE_MAX_HPA);
         failure = text;
         rc = ReadResult::kFailed;
     }

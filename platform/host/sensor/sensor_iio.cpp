@@ -112,6 +112,8 @@ protected:
             if (failure.empty()) failure = readValue(scale_, &scale);
             if (failure.empty() && exists(offset_)) failure = readValue(offset_, &offset);
             kpa = (raw + offset) * scale;
+            if (failure.empty() && !std::isfinite(kpa))
+                failure = raw_ + " with its offset and scale overflows";
         }
         if (!failure.empty()) return ReadResult::kFailed;
         out->hpa = kpa * 10.0;
