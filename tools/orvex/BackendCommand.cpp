@@ -1,4 +1,5 @@
-// `orvex backend`: where the pressure sensor reads from, shown or chosen among the host's back ends.
+// `orvex backend`: where the pressure sensor reads from, shown or chosen among the host's back
+// ends.
 #include <glib.h>
 #include <orvex_host/control.h>
 #include <orvex_host/sensor_control.h>
@@ -17,9 +18,11 @@ int runBackend(const Options& options, const Args& args);
 
 // The back ends come from the host's list, so that a new one shows here without a change.
 std::string usage() {
-    std::string text = "[NAME [FILE] [--seed N] [--root DIR] [--no-loop] | default]\n\nBack ends:\n";
+    std::string text =
+        "[NAME [FILE] [--seed N] [--root DIR] [--no-loop] | default]\n\nBack ends:\n";
     for (int i = 0; const char* name = orvex_host_sensor_backend_name(i); ++i)
-        text += "  " + std::string(name) + std::string(std::max<size_t>(1, 8 - std::min<size_t>(8, strlen(name))), ' ') +
+        text += "  " + std::string(name) +
+                std::string(std::max<size_t>(1, 8 - std::min<size_t>(8, strlen(name))), ' ') +
                 orvex_host_sensor_backend_summary(i) + "\n";
     return text +
            "Settings, kept for the back end that reads them:\n"
@@ -52,18 +55,18 @@ int show(const Options& options) {
     if (options.json)
         JsonLine().add("backend", name).add("problem", problem).print();
     else
-        printRows({{"backend", printable(name)}, {"state", problem ? printable(problem) : "ready"}});
+        printRows(
+            {{"backend", printable(name)}, {"state", problem ? printable(problem) : "ready"}});
     return problem ? 1 : 0;
 }
 
 int runBackend(const Options& options, const Args& args) {
     gchar *seedText = nullptr, *root = nullptr;
     gboolean noLoop = FALSE;
-    GOptionEntry entries[] = {
-        {"seed", 0, 0, G_OPTION_ARG_STRING, &seedText, nullptr, nullptr},
-        {"root", 0, 0, G_OPTION_ARG_FILENAME, &root, nullptr, nullptr},
-        {"no-loop", 0, 0, G_OPTION_ARG_NONE, &noLoop, nullptr, nullptr},
-        {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
+    GOptionEntry entries[] = {{"seed", 0, 0, G_OPTION_ARG_STRING, &seedText, nullptr, nullptr},
+                              {"root", 0, 0, G_OPTION_ARG_FILENAME, &root, nullptr, nullptr},
+                              {"no-loop", 0, 0, G_OPTION_ARG_NONE, &noLoop, nullptr, nullptr},
+                              {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
     Args rest = args;
     int rc = 0;
     bool parsed = parseOptions(kBackend, rest, entries, &rc);

@@ -41,10 +41,10 @@ struct Units {
 struct LiveReading {
     double time = 0;
     bool working = false;
-    float pressure = 0;  // hPa
-    double altitude = 0;  // m, against the stored sea-level pressure
+    float pressure = 0;          // hPa
+    double altitude = 0;         // m, against the stored sea-level pressure
     std::optional<float> trend;  // hPa over three hours, once the trend sensor spoke
-    std::string problem;  // why the sensor is not working, when the host says
+    std::string problem;         // why the sensor is not working, when the host says
 };
 
 // The one place where a reading's display is built: a line for people, an object for --json.
@@ -72,8 +72,8 @@ void show(const Options& options, const Units& units, const LiveReading& r) {
         std::cout << "the sensor is not working" << because(r.problem.c_str()) << std::endl;
         return;
     }
-    std::cout << formatDouble(hpaTo(units.pressure, r.pressure), units.pressure == 0 ? 2 : 3)
-              << " " << pressureUnitSymbol(units.pressure) << "  "
+    std::cout << formatDouble(hpaTo(units.pressure, r.pressure), units.pressure == 0 ? 2 : 3) << " "
+              << pressureUnitSymbol(units.pressure) << "  "
               << formatDouble(metresTo(units.distance, r.altitude), 1) << " "
               << distanceUnitSymbol(units.distance) << "  trend "
               << (r.trend ? formatDouble(*r.trend, 2) + " hPa/3h" : "-") << std::endl;
@@ -86,12 +86,12 @@ int sensorEvents() {
 
 // What a run of live saw, for its exit.
 struct Tally {
-    int shown = 0;          // readings the library passed on, working or not
-    int valid = 0;          // of them, with a pressure
-    std::string problem;    // why the newest one without a pressure had none
-    bool arrived = false;   // the sensor sent events (the library may have dropped them all)
-    bool ended = false;     // a trace said it is over
-    bool silent = false;    // the sensor stopped sending
+    int shown = 0;         // readings the library passed on, working or not
+    int valid = 0;         // of them, with a pressure
+    std::string problem;   // why the newest one without a pressure had none
+    bool arrived = false;  // the sensor sent events (the library may have dropped them all)
+    bool ended = false;    // a trace said it is over
+    bool silent = false;   // the sensor stopped sending
 };
 
 int outcome(const Tally& tally, WaitEnd end, int seconds) {
@@ -104,7 +104,7 @@ int outcome(const Tally& tally, WaitEnd end, int seconds) {
     if (end == WaitEnd::Interrupted) return 0;
     if (tally.silent && tally.arrived)
         return fail("the pressure sensor sends no more readings" +
-                    (tally.ended                  ? std::string(" (the trace ended)")
+                    (tally.ended                    ? std::string(" (the trace ended)")
                      : backendProblemText().empty() ? " (the trace may have ended)"
                                                     : backendProblemText()));
     if (tally.valid > 0) return 0;

@@ -76,8 +76,7 @@ int printRecords(const Options& options, const Records& records, long now) {
         return 0;
     }
     std::cout << "pressure from " << formatTime(records.front().first, "%H:%M") << " to "
-              << formatTime(records.back().first, "%H:%M") << " (" << values.size()
-              << " records)\n"
+              << formatTime(records.back().first, "%H:%M") << " (" << values.size() << " records)\n"
               << formatDouble(*lo, decimals) << " " << chartLine(values, *lo, *hi) << " "
               << formatDouble(*hi, decimals) << " " << unit << "\n"
               << "min " << formatDouble(*lo, decimals) << "  max " << formatDouble(*hi, decimals)

@@ -47,8 +47,8 @@ bool replaceFile(const std::string& path, const std::string& text, std::string* 
         *error = "cannot create a file beside " + quoted + " (" + strerror(errno) + ")";
         return false;
     }
-    bool ok = (!existed || fchmod(fd, st.st_mode & 07777) == 0) && writeAll(fd, text) &&
-              fsync(fd) == 0;
+    bool ok =
+        (!existed || fchmod(fd, st.st_mode & 07777) == 0) && writeAll(fd, text) && fsync(fd) == 0;
     int writeErrno = errno;
     if (close(fd) != 0 && ok) {
         ok = false;
