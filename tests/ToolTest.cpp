@@ -1,6 +1,5 @@
 // The orvex tool as a user runs it: a process per command against its own data directory.
 #include <glib.h>
-#include <platform/sensor.h>
 #include <sqlite3.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -174,7 +173,7 @@ TEST_F(ToolTest, ExportsReplaceTheirFileWholeAndLeaveAbsurdRecordsOut) {
     const std::string dir = tool->home() + "/out/", trace = dir + "steady.csv";
     g_mkdir_with_parents(dir.c_str(), 0700);
     std::ofstream(trace) << "0,1000\n";
-    std::ofstream(dir + "earlier.svg") << "earlier\n";
+    std::ofstream(dir + "earlier.svg") << "earlier\n";  // what the link points at
     symlink((dir + "earlier.svg").c_str(), (dir + "link").c_str());
     symlink((dir + "nowhere").c_str(), (dir + "dangling").c_str());
     ASSERT_EQ(0, tool->run({"backend", "trace", trace}).exitCode);
@@ -186,18 +185,14 @@ TEST_F(ToolTest, ExportsReplaceTheirFileWholeAndLeaveAbsurdRecordsOut) {
     EXPECT_EQ("earlier\n", contents(dir + "earlier.svg"));
     EXPECT_FALSE(g_file_test((dir + "nowhere").c_str(), G_FILE_TEST_EXISTS));
 
-    // Records of an older store, or of another program, that no barometer reads.
+    // Records of an older store, or of another program, that no barometer reads (1e999 is stored
+    // as infinity); 9 is the pressure sensor.
     sqlite3* db = nullptr;
     ASSERT_EQ(SQLITE_OK, sqlite3_open((tool->home() + "/host.db").c_str(), &db));
-    sqlite3_busy_timeout(db, 5000);
-    const long long now = g_get_real_time() / G_USEC_PER_SEC;
-    const char* values[] = {"1e300", "-5", "1e999"};  // the last one is stored as infinity
-    for (int i = 0; i < 3; ++i) {
-        const std::string sql = "INSERT INTO sensor_record VALUES(" +
-                                std::to_string(SENSOR_PRESSURE) + "," +
-                                std::to_string(now - 3600 * (i + 1)) + "," + values[i] + ")";
-        EXPECT_EQ(SQLITE_OK, sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr));
-    }
+    const std::string now = std::to_string(g_get_real_time() / G_USEC_PER_SEC);
+    const std::string sql = "INSERT INTO sensor_record VALUES(9," + now + "-3600,1e300),(9," + now +
+                            "-7200,-5),(9," + now + "-10800,1e999)";
+    EXPECT_EQ(SQLITE_OK, sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr));
     sqlite3_close(db);
     const std::string note = "orvex: note: 3 records left out (not a plausible pressure)\n";
     for (const char* file : {"rows.csv", "chart.svg"}) {
@@ -218,10 +213,9 @@ TEST_F(ToolTest, AFailedExportLeavesTheEarlierFileWhole) {
     g_mkdir_with_parents(dir.c_str(), 0700);
     std::string error;
     ASSERT_TRUE(orvex_tool::replaceFile(path, "earlier\n", &error)) << error;
-    rlimit saved{}, small{};
+    rlimit saved{};
     getrlimit(RLIMIT_FSIZE, &saved);
-    small = saved;
-    small.rlim_cur = 16;
+    rlimit small{16, saved.rlim_max};
     auto handler = signal(SIGXFSZ, SIG_IGN);
     setrlimit(RLIMIT_FSIZE, &small);
     bool written = orvex_tool::replaceFile(path, std::string(4096, 'x'), &error);
@@ -230,11 +224,9 @@ TEST_F(ToolTest, AFailedExportLeavesTheEarlierFileWhole) {
     EXPECT_FALSE(written);
     EXPECT_EQ("cannot write '" + path + "' (File too large); the earlier file is unchanged", error);
     EXPECT_EQ("earlier\n", contents(path));
-    GDir* listing = g_dir_open(dir.c_str(), 0, nullptr);
-    ASSERT_NE(nullptr, listing);
+    g_autoptr(GDir) listing = g_dir_open(dir.c_str(), 0, nullptr);
     EXPECT_STREQ("chart.svg", g_dir_read_name(listing));
     EXPECT_EQ(nullptr, g_dir_read_name(listing));
-    g_dir_close(listing);
 }
 
 TEST_F(ToolTest, DemoRunsToTheEnd) {
