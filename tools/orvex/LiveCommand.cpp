@@ -115,49 +115,29 @@ int outcome(const Tally& tally, WaitEnd end, int seconds) {
                     : "no reading from the pressure sensor in " + waited + backendProblemText());
 }
 
-int runLive(const Options& options, const Args& args) {
-    gchar* secondsText = nullptr;
-    GOptionEntry entries[] = {
-        {"seconds", 0, 0, G_OPTION_ARG_STRING, &secondsText, nullptr, nullptr},
-        {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
+// The number of readings asked for (-1: until a signal); false after a refusal, with its exit code.
+bool readSeconds(const Args& args, int* seconds, int* rc) {
+    gchar* text = nullptr;
+    GOptionEntry entries[] = {{"seconds", 0, 0, G_OPTION_ARG_STRING, &text, nullptr, nullptr},
+                              {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
     Args rest = args;
-    int rc = 0;
-    bool parsed = parseOptions(kLive, rest, entries, &rc);
-    const bool hasSeconds = secondsText != nullptr;
-    const std::string given = hasSeconds ? secondsText : "";
-    g_free(secondsText);
-    if (!parsed) return rc;
-    if (!rest.empty()) return usageError(kLive, "unknown argument '" + rest[0] + "'");
-    int seconds = -1;
-    if (hasSeconds && (!parseInt(given, &seconds) || seconds <= 0))
-        return fail("'" + printable(given) + "' is not a positive whole number of seconds");
-    if (!initialiseStore()) return fail("cannot create the settings store");
-    OrvexStorageMgr* store = OrvexStorageMgr::getInstance();
-    const Units units{store->getSettingDistance(), store->getSettingPressure()};
+    bool parsed = parseOptions(kLive, rest, entries, rc);
+    g_autofree gchar* owned = text;
+    if (!parsed) return false;
+    if (!rest.empty()) {
+        *rc = usageError(kLive, "unknown argument '" + rest[0] + "'");
+        return false;
+    }
+    if (text && (!parseInt(text, seconds) || *seconds <= 0)) {
+        *rc = fail("'" + printable(text) + "' is not a positive whole number of seconds");
+        return false;
+    }
+    return true;
+}
 
-    SensorListener listener;
-    Tally tally;
-    listener.onReading = [&](float pressure) {
-        LiveReading r;
-        r.time = orvex_host_sensor_now();
-        r.working = pressure >= 0.0f;
-        r.trend = listener.trend;
-        ++tally.shown;
-        if (r.working) {
-            ++tally.valid;
-            r.pressure = pressure;
-            r.altitude = store->getAltivalue(pressure);
-            store->setCurrentPressure(pressure);
-        } else if (const char* why = orvex_host_sensor_reading_problem()) {
-            r.problem = tally.problem = why;
-        }
-        show(options, units, r);
-    };
-
-    OrvexSensor sensor(&listener);
-    if (!sensor.startSensor())
-        return fail("cannot start the pressure sensor" + backendProblemText());
-    bool trend = sensor.startSensorIndicator() == 0;
+// Runs the main loop until the asked readings were shown, the sensor stopped sending or a signal
+// came.
+WaitEnd watch(Tally& tally, int seconds) {
     // The readings come a second apart; the second of grace keeps the last one from racing the
     // end of the N seconds.
     guint limitMs = seconds > 0 ? static_cast<guint>(std::min<guint64>(
@@ -183,6 +163,41 @@ int runLive(const Options& options, const Args& args) {
         },
         limitMs);
     g_source_remove(ticker);
+    return end;
+}
+
+int runLive(const Options& options, const Args& args) {
+    int seconds = -1, rc = 0;
+    if (!readSeconds(args, &seconds, &rc)) return rc;
+    if (!initialiseStore()) return fail("cannot create the settings store");
+    OrvexStorageMgr* store = OrvexStorageMgr::getInstance();
+    const Units units{store->getSettingDistance(), store->getSettingPressure()};
+
+    SensorListener listener;
+    Tally tally;
+    // Each reading, as the library passes it on: what it means, then its display.
+    listener.onReading = [&](float pressure) {
+        LiveReading r;
+        r.time = orvex_host_sensor_now();
+        r.working = pressure >= 0.0f;
+        r.trend = listener.trend;
+        ++tally.shown;
+        if (r.working) {
+            ++tally.valid;
+            r.pressure = pressure;
+            r.altitude = store->getAltivalue(pressure);
+            store->setCurrentPressure(pressure);
+        } else if (const char* why = orvex_host_sensor_reading_problem()) {
+            r.problem = tally.problem = why;
+        }
+        show(options, units, r);
+    };
+
+    OrvexSensor sensor(&listener);
+    if (!sensor.startSensor())
+        return fail("cannot start the pressure sensor" + backendProblemText());
+    bool trend = sensor.startSensorIndicator() == 0;
+    WaitEnd end = watch(tally, seconds);
     if (trend) sensor.stopSensorIndicator();
     return outcome(tally, end, seconds);
 }
