@@ -120,8 +120,8 @@ AgentCalibration calibrateFromAgent(OrvexStorageMgr* store, guint timeoutMs) {
         why = implausibleSlp("the weather agent's sea-level pressure", slp);
     else if (!orvex_host_plausible_time(when))
         why = "the weather agent's observation time " + std::to_string(when) +
-              " is implausible (a time is " + timeText(ORVEX_HOST_TIME_MIN, "%Y", true) + " to " +
-              timeText(ORVEX_HOST_TIME_MAX, "%Y", true) + ")";
+              " is implausible (a time is " + formatTime(ORVEX_HOST_TIME_MIN, "%Y", true) + " to " +
+              formatTime(ORVEX_HOST_TIME_MAX, "%Y", true) + ")";
     if (why.empty()) return {End::Stored, ""};
     const std::string failed = before.restore(when);
     return {End::Failed,

@@ -43,7 +43,9 @@ const Command kHistory{"history", "show the calibration history and the last cal
                        runHistory};
 [[maybe_unused]] const bool registered = addCommand(kCalibrate) && addCommand(kHistory);
 
-std::string formatTime(long long t) { return t == 0 ? "never" : timeText(t, "%Y-%m-%d %H:%M:%S"); }
+std::string formatTime(long long t) {
+    return t == 0 ? "never" : orvex_tool::formatTime(t, "%Y-%m-%d %H:%M:%S");
+}
 
 // The stored calibration time; a text that is not a number reads as none.
 long long calibrationTime(OrvexStorageMgr* store) {

@@ -166,7 +166,7 @@ int runUsage(const Options& options, const Args& args) {
         } else {
             for (auto& c : f)
                 if (c == '\n') c = ' ';
-            std::cout << timeText(when, "%Y-%m-%d %H:%M:%S") << "  " << (uri ? uri : "") << "  "
+            std::cout << formatTime(when, "%Y-%m-%d %H:%M:%S") << "  " << (uri ? uri : "") << "  "
                       << f << "\n";
         }
         free(uri);

@@ -278,7 +278,7 @@ std::string formatDouble(double value, int decimals) {
     return buf;
 }
 
-std::string timeText(long long t, const char* format, bool utc) {
+std::string formatTime(long long t, const char* format, bool utc) {
     const time_t tt = static_cast<time_t>(t);
     struct tm tmv;
     char buf[64];
