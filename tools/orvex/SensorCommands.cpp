@@ -11,6 +11,7 @@
 #include <optional>
 #include <vector>
 
+#include "AltimeterSession.h"
 #include "OrvexSensor.h"
 #include "OrvexStorageMgr.h"
 #include "RecordedExport.h"
@@ -27,9 +28,12 @@ const Command kLive{
     "live", "show live pressure, altitude and trend each second",
     "[--seconds N]\n\n"
     "Prints one reading a second until N readings were shown or Ctrl-C. Altitude is computed\n"
-    "against the stored sea-level pressure; units follow the settings. --json prints one object\n"
-    "a line. Fails when no valid reading came within N seconds, and when the sensor stops\n"
-    "sending (a trace that ended).",
+    "against the stored sea-level pressure; units follow the settings. Each line also tells\n"
+    "whether the altimeter is moving or resting and its vertical speed over the last minute;\n"
+    "with the alert setting on, a storm alert is shown (and told to the log and the alert\n"
+    "hook). The ascent counts towards 'orvex stats'. --json prints one object a line. Fails\n"
+    "when no valid reading came within N seconds, and when the sensor stops sending (a trace\n"
+    "that ended).",
     runLive};
 const Command kRecorded{
     "recorded", "chart the recorded pressure of the last six hours",
@@ -119,13 +123,22 @@ int runLive(const Options& options, const Args& args) {
     const int pUnit = store->getSettingPressure();
 
     ToolListener listener;
+    AltimeterSession session;
+    const orvex_altimeter::Altimeter& altimeter = session.altimeter();
     int shown = 0;
     listener.onReading = [&](float pressure) {
         ++shown;
         double now = orvex_host_sensor_now();
         bool working = pressure >= 0.0f;
         double altitude = working ? store->getAltivalue(pressure) : 0.0;
-        if (working) store->setCurrentPressure(pressure);
+        bool raised = false;
+        if (working) {
+            store->setCurrentPressure(pressure);
+            raised =
+                session.feed(now, pressure).alert == orvex_altimeter::StormAlert::Change::Raised;
+        }
+        const double climb = altimeter.verticalSpeed();
+        const orvex_altimeter::StormAlert& alert = altimeter.alert();
         if (options.json) {
             JsonLine json;
             json.add("time", now).add("working", working);
@@ -139,6 +152,17 @@ int runLive(const Options& options, const Args& args) {
                 json.add("trend_hpa", static_cast<double>(*listener.trend));
             else
                 json.addNull("trend_hpa");
+            json.add("mode", orvex_altimeter::motionName(altimeter.motion()))
+                .add("vertical_speed_m_min", climb)
+                .add("tendency_hpa_3h", altimeter.tendency())
+                .add("tendency", orvex_altimeter::tendencyName(altimeter.tendencyWord()));
+            if (session.alertEnabled()) {
+                json.beginObject("alert").add("active", alert.active());
+                if (alert.active())
+                    json.add("time", alert.raisedAt())
+                        .add("tendency_hpa_3h", alert.raisedTendency());
+                json.endObject();
+            }
             json.print();
         } else if (!working) {
             std::cout << clockTime(static_cast<long long>(now)) << "  the sensor is not working"
@@ -150,7 +174,15 @@ int runLive(const Options& options, const Args& args) {
                       << formatDouble(metresTo(dUnit, altitude), 1) << " "
                       << distanceUnitSymbol(dUnit) << "  trend "
                       << (listener.trend ? formatDouble(*listener.trend, 2) + " hPa/3h" : "-")
+                      << "  " << orvex_altimeter::motionName(altimeter.motion()) << " "
+                      << (std::isnan(climb) ? "-" : formatDouble(metresTo(dUnit, climb), 1)) << " "
+                      << distanceUnitSymbol(dUnit) << "/min"
+                      << (session.alertEnabled() && alert.active() ? "  STORM ALERT" : "")
                       << std::endl;
+            if (raised)
+                std::cout << "storm alert: the sea-level pressure fell "
+                          << formatDouble(-alert.raisedTendency(), 2) << " hPa in 3 hours"
+                          << std::endl;
         }
     };
 
