@@ -47,7 +47,8 @@ std::string tellStormAlert(const StormAlertFacts& f, const std::string& hookComm
     const std::string slp = decimal(f.slpHpa, "%.2f");
     __dlog_print(LOG_ID_MAIN, DLOG_WARN, kLogTag,
                  "storm alert: the sea-level pressure fell %s hPa in 3 h to %s hPa (threshold %s)",
-                 tendency.c_str(), slp.c_str(), decimal(f.thresholdHpa, "%.1f").c_str());
+                 decimal(-f.tendencyHpa, "%.2f").c_str(), slp.c_str(),
+                 decimal(f.thresholdHpa, "%.1f").c_str());
     if (hookCommandLine.empty()) return "";
 
     gchar** argv = nullptr;
