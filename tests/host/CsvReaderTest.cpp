@@ -4,7 +4,7 @@
 #include <fstream>
 
 #include "HostFixture.h"
-#include "csv_reader.h"
+#include "core/csv_reader.h"
 
 namespace {
 

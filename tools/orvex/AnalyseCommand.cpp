@@ -54,7 +54,7 @@ int runAnalyse(const Options& options, const Args& args) {
         return fail("the alert threshold is 1 to 10 hPa, not '" + given + "'");
 
     orvex_altimeter::TraceSummary s = orvex_altimeter::TraceAnalysis::run(rest[0], threshold);
-    if (!s.error.empty()) return fail(s.error);
+    if (!s.error.empty()) return fail(printable(s.error));
 
     if (options.json) {
         JsonLine json;

@@ -3,6 +3,7 @@
 #include <glib.h>
 #include <orvex_host/app_control_control.h>
 #include <orvex_host/control.h>
+#include <orvex_host/plausible.h>
 #include <platform/key_storage.h>
 
 #include <algorithm>
@@ -35,11 +36,14 @@ const Command kCalibrate{
     "agent [--timeout SECONDS]\n"
     "       orvex calibrate service [LATITUDE LONGITUDE] [--timeout SECONDS]\n"
     "       orvex calibrate manual ALTITUDE_M PRESSURE_HPA\n\n"
-    "agent:   ask the platform's weather agent for the sea-level pressure (default time-out 10 s)\n"
-    "service: ask The Weather Company (with its key stored) or AccuWeather for the position, or\n"
+    "agent:   ask the platform's weather agent for the sea-level pressure (default time-out 10 "
+    "s)\n"
+    "service: ask The Weather Company (with its key stored) or AccuWeather for the position, "
+    "or\n"
     "         for the location service's position when none is given (default time-out 15 s)\n"
     "manual:  derive it from a pressure measured at a known altitude\n"
-    "Either way the new value is stored with the time of calibration and a history entry. Only\n"
+    "Either way the new value is stored with the time of calibration and a history entry. "
+    "Only\n"
     "a plausible sea-level pressure (850 to 1100 hPa) counts as a calibration.",
     runCalibrate};
 const Command kHistory{"history", "show the calibration history and the last calibration", "",
@@ -56,7 +60,8 @@ const std::string kAgentUsage =
     "  --missing KEY    leave \"refreshedTime\" or \"pressure\" out of the answer\n"
     "  --empty KEY      send that entry empty\n"
     "  --silent         take requests but never answer\n"
-    "set and reset configure the simulated agent; reset goes back to a prompt agent that reports\n"
+    "set and reset configure the simulated agent; reset goes back to a prompt agent that "
+    "reports\n"
     "the simulated weather.";
 const Command kAgent{"agent", "show or configure the weather agent", kAgentUsage.c_str(), runAgent};
 
@@ -133,19 +138,14 @@ int printCalibration(const Options& options, OrvexStorageMgr* store, const char*
     return 0;
 }
 
-// The extremes ever observed at sea level are about 870 and 1084 hPa: a value outside this band is
-// a fault somewhere, and stored it would put every altitude kilometres off.
-constexpr double kMinPlausibleSlp = 850.0;
-constexpr double kMaxPlausibleSlp = 1100.0;
-
-bool plausibleSlp(double hpa) {
-    return std::isfinite(hpa) && hpa >= kMinPlausibleSlp && hpa <= kMaxPlausibleSlp;
-}
+// The extremes ever observed at sea level are about 870 and 1084 hPa: a value outside this band
+// is a fault somewhere, and stored it would put every altitude kilometres off.
+bool plausibleSlp(double hpa) { return orvex_host_plausible_slp(hpa); }
 
 std::string implausible(const std::string& what, double hpa) {
     char text[160];
     snprintf(text, sizeof text, "%s %g hPa is implausible (a sea-level pressure is %g to %g hPa)",
-             what.c_str(), hpa, kMinPlausibleSlp, kMaxPlausibleSlp);
+             what.c_str(), hpa, ORVEX_HOST_SLP_MIN_HPA, ORVEX_HOST_SLP_MAX_HPA);
     return text;
 }
 
@@ -188,7 +188,8 @@ int calibrateFromAgent(const Options& options, const Args& args) {
     if (end == WaitEnd::TimedOut)
         return fail("the weather agent did not answer within " + secondsText(timeoutMs) + " s");
     if (listener.result != 0) return fail(resultMeaning(listener.result));
-    // The library keeps whatever the agent said; the application must not call it a calibration.
+    // The library keeps whatever the agent said; the application must not call it a
+    // calibration.
     if (!plausibleSlp(store->getDataSLP()))
         return fail(implausible("the weather agent's sea-level pressure", store->getDataSLP()));
     return printCalibration(options, store, "weather agent");

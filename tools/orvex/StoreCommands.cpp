@@ -87,7 +87,7 @@ int showSettings(const Options& options, OrvexStorageMgr* s) {
                          std::to_string(r.value) + (r.meaning.empty() ? "" : "  " + r.meaning));
     const std::string hook = storedAlertHook();
     out.emplace_back("alert-threshold", formatDouble(storedAlertThreshold(), 1) + " hPa");
-    out.emplace_back("alert-hook", hook.empty() ? "none" : hook);
+    out.emplace_back("alert-hook", hook.empty() ? "none" : printable(hook));
     out.emplace_back("sea-level pressure", formatDouble(slp, 2) + " hPa");
     printRows(out);
     return 0;
@@ -104,7 +104,8 @@ int setAltimeterSetting(const std::string& name, const std::string& value) {
     } else {
         if (!value.empty()) {
             std::string problem = hookProblem(value);
-            if (!problem.empty()) return fail("alert-hook is not a command line: " + problem);
+            if (!problem.empty())
+                return fail("alert-hook is not a command line: " + printable(problem));
         }
         rc = saveAlertHook(value);
     }

@@ -250,6 +250,21 @@ double hpaTo(int pressureCode, double hpa) {
     }
 }
 
+std::string printable(const std::string& text) {
+    std::string out;
+    out.reserve(text.size());
+    for (unsigned char c : text) {
+        if (c < 0x20 || c == 0x7f) {
+            char escaped[5];
+            snprintf(escaped, sizeof escaped, "\\x%02x", c);
+            out += escaped;
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    return out;
+}
+
 std::string formatDouble(double value, int decimals) {
     char buf[64];
     snprintf(buf, sizeof buf, "%.*f", decimals, value);

@@ -95,6 +95,11 @@ double metresTo(int distanceCode, double metres);
 double hpaTo(int pressureCode, double hpa);
 std::string formatDouble(double value, int decimals);
 
+// Text from outside (a server's error, a file name) made safe for a terminal: control characters,
+// escape sequences and line breaks included, are shown as \xNN, so they can neither move the cursor
+// nor forge a line of output.
+std::string printable(const std::string& text);
+
 enum class WaitEnd { Done, TimedOut, Interrupted };
 
 // Runs the default main context until done() holds, timeoutMs passes (0: no time-out) or Ctrl-C

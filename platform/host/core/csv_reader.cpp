@@ -1,4 +1,6 @@
-#include "csv_reader.h"
+// The strict numeric CSV reader behind sensor traces and location tracks.
+
+#include "core/csv_reader.h"
 
 #include <glib.h>
 

@@ -5,9 +5,9 @@
 #include <cerrno>
 #include <cstring>
 
-#include "host_internal.h"
+#include "core/host_internal.h"
 #include "orvex_host/sensor_control.h"
-#include "sensor_backend.h"
+#include "sensor/sensor_backend.h"
 
 namespace orvex_host {
 namespace sensor {

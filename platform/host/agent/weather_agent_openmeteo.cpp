@@ -16,8 +16,8 @@
 #include <optional>
 #include <string>
 
-#include "app_registry.h"
-#include "host_internal.h"
+#include "apps/app_registry.h"
+#include "core/host_internal.h"
 #include "orvex_host/app_control_control.h"
 #include "platform/connection.h"
 #include "platform/location_manager.h"

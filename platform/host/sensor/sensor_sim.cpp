@@ -3,10 +3,10 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "host_internal.h"
+#include "core/host_internal.h"
 #include "orvex_host/control.h"
 #include "orvex_host/sensor_control.h"
-#include "sensor_backend.h"
+#include "sensor/sensor_backend.h"
 
 namespace orvex_host {
 namespace sensor {

@@ -10,7 +10,7 @@
 #include <mutex>
 #include <string>
 
-#include "host_internal.h"
+#include "core/host_internal.h"
 #include "orvex_host/key_storage_control.h"
 
 namespace {

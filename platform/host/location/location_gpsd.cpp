@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string>
 
-#include "location_internal.h"
+#include "location/location_internal.h"
 
 namespace orvex_host {
 namespace location {

@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "app_registry.h"
-#include "host_internal.h"
+#include "apps/app_registry.h"
+#include "core/host_internal.h"
 #include "orvex_host/app_control_control.h"
 
 struct app_control_s {

@@ -12,9 +12,9 @@
 #include <set>
 #include <vector>
 
-#include "host_internal.h"
+#include "core/host_internal.h"
 #include "orvex_host/sensor_control.h"
-#include "sensor_internal.h"
+#include "sensor/sensor_internal.h"
 
 struct sensor_listener_s {
     sensor_type_e type;

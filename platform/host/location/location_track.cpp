@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "csv_reader.h"
-#include "location_internal.h"
+#include "core/csv_reader.h"
+#include "location/location_internal.h"
 #include "platform/dlog.h"
 
 namespace orvex_host {

@@ -7,7 +7,7 @@
 #include <new>
 #include <string>
 
-#include "host_internal.h"
+#include "core/host_internal.h"
 #include "orvex_host/usage_log_control.h"
 #include "platform/marveno_log_client.h"
 

@@ -9,8 +9,8 @@
 #include <string>
 #include <utility>
 
-#include "csv_reader.h"
-#include "sensor_internal.h"
+#include "core/csv_reader.h"
+#include "sensor/sensor_internal.h"
 
 namespace orvex_host {
 namespace sensor {

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "host_internal.h"
+#include "core/host_internal.h"
 #include "orvex_host/control.h"
 
 namespace {

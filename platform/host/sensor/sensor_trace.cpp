@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "orvex_host/sensor_control.h"
-#include "sensor_backend.h"
+#include "sensor/sensor_backend.h"
 
 namespace orvex_host {
 namespace sensor {

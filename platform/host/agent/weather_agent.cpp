@@ -9,8 +9,8 @@
 #include <optional>
 #include <string>
 
-#include "app_registry.h"
-#include "host_internal.h"
+#include "apps/app_registry.h"
+#include "core/host_internal.h"
 #include "orvex_host/app_control_control.h"
 #include "orvex_host/control.h"
 

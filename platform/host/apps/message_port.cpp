@@ -7,8 +7,8 @@
 #include <memory>
 #include <string>
 
-#include "app_registry.h"
-#include "host_internal.h"
+#include "apps/app_registry.h"
+#include "core/host_internal.h"
 #include "orvex_host/app_control_control.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "sensor_backend.h"
+#include "sensor/sensor_backend.h"
 
 namespace orvex_host {
 namespace sensor {

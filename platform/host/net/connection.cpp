@@ -8,7 +8,7 @@
 #include <set>
 #include <string>
 
-#include "host_internal.h"
+#include "core/host_internal.h"
 #include "orvex_host/connection_control.h"
 
 struct connection_s {

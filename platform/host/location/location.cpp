@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "host_internal.h"
-#include "location_internal.h"
+#include "core/host_internal.h"
+#include "location/location_internal.h"
 #include "orvex_host/location_control.h"
 #include "platform/location_manager.h"
 

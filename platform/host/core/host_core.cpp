@@ -12,7 +12,7 @@
 #include <cstring>
 #include <vector>
 
-#include "host_internal.h"
+#include "core/host_internal.h"
 #include "orvex_host/control.h"
 
 namespace orvex_host {

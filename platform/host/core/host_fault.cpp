@@ -4,7 +4,7 @@
 #include <mutex>
 #include <string>
 
-#include "host_internal.h"
+#include "core/host_internal.h"
 #include "orvex_host/control.h"
 
 namespace orvex_host {

@@ -15,10 +15,10 @@
 #include <set>
 #include <vector>
 
-#include "host_internal.h"
+#include "core/host_internal.h"
 #include "orvex_host/sensor_control.h"
 #include "platform/sensor.h"
-#include "sensor_internal.h"
+#include "sensor/sensor_internal.h"
 
 namespace {
 

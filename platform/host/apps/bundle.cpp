@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "host_internal.h"
+#include "core/host_internal.h"
 #include "orvex_host/control.h"
 
 namespace {
