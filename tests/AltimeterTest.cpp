@@ -152,7 +152,7 @@ protected:
 
 TEST_F(TraceFile, GliderFlightClimbsWithoutAStorm) {
     // The logged GNSS altitude becomes the third column, empty where the fix was not valid.
-    std::ifstream in(ORVEX_TEST_DATA "/trace/olsztyn_reference.csv");
+    std::ifstream in(ORVEX_TEST_DATA "/olsztyn_reference.csv");
     ASSERT_TRUE(in.good());
     std::ostringstream trace;
     std::string line;
