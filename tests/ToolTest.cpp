@@ -81,7 +81,8 @@ TEST_F(ToolTest, CommandsKeepTheirStateAndOutput) {
         {{"init"}, 0, "sea-level pressure   1013.25 hPa"},
         {{"settings", "set", "pressure", "2"}, 0, "pressure             2  mmHg"},
         {{"--json", "settings"}, 0, R"({"distance":0,"pressure":2,"manual":0,"alert":0,)"
-         R"("auto-refresh":0,"distance_unit":"m","pressure_unit":"mmHg","slp_hpa":1013.25})"},
+         R"("auto-refresh":0,"alert-threshold":3.0,"alert-hook":null,"distance_unit":"m",)"
+         R"("pressure_unit":"mmHg","slp_hpa":1013.25})"},
         {{"convert", "altitude", "900"}, 0, "altitude             988.6 m"},
         {{"--json", "convert", "altitude", "900", "--slp", "1020"}, 0,
          R"({"pressure_hpa":900.0,"slp_hpa":1020.0,"altitude_m":1043.37)"},

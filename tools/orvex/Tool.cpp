@@ -179,6 +179,12 @@ JsonLine& JsonLine::beginObject() {
     return *this;
 }
 
+JsonLine& JsonLine::beginObject(const std::string& key) {
+    json_builder_set_member_name(builder_, key.c_str());
+    json_builder_begin_object(builder_);
+    return *this;
+}
+
 JsonLine& JsonLine::endObject() {
     json_builder_end_object(builder_);
     return *this;

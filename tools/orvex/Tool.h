@@ -71,6 +71,8 @@ public:
     // An array under key; objects and strings go into it until endArray().
     JsonLine& beginArray(const std::string& key);
     JsonLine& beginObject();
+    // An object under key; members go into it until endObject().
+    JsonLine& beginObject(const std::string& key);
     JsonLine& endObject();
     JsonLine& addString(const std::string& value);
     JsonLine& endArray();
