@@ -169,7 +169,7 @@ TEST_F(ServiceToolTest, CalibratesFromASettledGnssFixAboveSeaLevel) {
     g_autofree char* gpsfake = g_find_program_in_path("gpsfake");
     if (!gpsfake) GTEST_SKIP() << "gpsfake (Debian package gpsd-clients) is not installed";
     // A receiver standing at 612.4 m above sea level (47.3 m of geoid separation), a fix a second.
-    const std::string log = std::string(ORVEX_TEST_DATA) + "/service/stationary.nmea";
+    const std::string log = std::string(ORVEX_TEST_DATA) + "/stationary.nmea";
     GSocketListener* probe = g_socket_listener_new();
     const std::string port =
         std::to_string(g_socket_listener_add_any_inet_port(probe, nullptr, nullptr));

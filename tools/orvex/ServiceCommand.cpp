@@ -4,7 +4,7 @@
 // the weather agent, else from the weather services when keys are stored.
 #include <glib-unix.h>
 #include <glib.h>
-#include <orvex_host/app_control_control.h>
+#include <orvex_host/agent_control.h>
 #include <orvex_host/location_control.h>
 #include <orvex_host/plausible.h>
 #include <orvex_host/sensor_control.h>
@@ -27,11 +27,9 @@
 #include "AgentBackend.h"
 #include "CalibrationPolicy.h"
 #include "IOrvexSensorListener.h"
-#include "IOrvexWeatherListener.h"
 #include "OrvexAltitudeMgr.h"
 #include "OrvexSensor.h"
 #include "OrvexStorageMgr.h"
-#include "OrvexWeather.h"
 #include "ServiceGnss.h"
 #include "ServiceState.h"
 #include "Tool.h"
@@ -117,25 +115,6 @@ private:
     guint first_, max_, next_;
 };
 
-// The stored calibration, to put back when a source's value is not to be kept.
-struct Calibration {
-    double slp;
-    long long time;
-    std::string history;
-
-    static Calibration of(OrvexStorageMgr* store) {
-        char* history = store->getDataSLPHistory();
-        Calibration c{store->getDataSLP(), storedCalibrationTime(store), history ? history : ""};
-        free(history);
-        return c;
-    }
-    void restore(OrvexStorageMgr* store) const {
-        store->saveDataSLP(slp);
-        store->saveDataCalTime(time);
-        store->saveDataSLPHistory(history);
-    }
-};
-
 bool worthKeeping(double slp, double was) {
     return orvex_host_plausible_slp(slp) && std::fabs(slp - was) >= kMinChangeHpa;
 }
@@ -150,9 +129,7 @@ bool keysStored() {
     return false;
 }
 
-class Service : public IOrvexSensorListener,
-                public IOrvexWeatherListener,
-                public OrvexAltitudeMgrEvent {
+class Service : public IOrvexSensorListener, public OrvexAltitudeMgrEvent {
 public:
     void start();
     void stop();
@@ -162,7 +139,6 @@ public:
     void calibrate();
 
     bool onBarometricPressure(float pressure) override;
-    void onWeatherInfoResult(int result) override { agentResult_ = result; }
     void OnWeatherDataCompleted(std::tr1::shared_ptr<WeatherData> data) override {
         weatherData_ = data;
         weatherAnswered_ = true;
@@ -194,7 +170,6 @@ private:
 
     OrvexStorageMgr* store_ = nullptr;
     std::unique_ptr<OrvexSensor> sensor_;
-    std::unique_ptr<OrvexWeather> weather_;
     ServiceSettings settings_;
     bool autoRefresh_ = false;
     ServiceStatus status_;
@@ -214,7 +189,6 @@ private:
     Backoff agentBackoff_{kAgentRetryFirst, kAgentRetryFirst};
     bool havePosition_ = false;
     double latitude_ = 0, longitude_ = 0;
-    int agentResult_ = -1;
     bool weatherAnswered_ = false;
     std::tr1::shared_ptr<WeatherData> weatherData_;
 };
@@ -233,7 +207,6 @@ void Service::start() {
     gnssBackoff_.setMax(static_cast<guint>(settings_.gnssIntervalMinutes) * 60);
     agentBackoff_.setMax(static_cast<guint>(settings_.agentIntervalMinutes) * 60);
     sensor_ = std::make_unique<OrvexSensor>(this);
-    weather_ = std::make_unique<OrvexWeather>(this);
     say(format(
         "running (pid %ld) on the %s sensor, %s location and %s weather agent; "
         "keeping %d h of recorded pressure; auto-refresh %s",
@@ -260,7 +233,6 @@ void Service::stop() {
     clearSource(&readingTimer_);
     clearSource(&sensorRetry_);
     OrvexAltitudeMgr::deleteInstance();
-    weather_.reset();
     sensor_.reset();
 }
 
@@ -563,37 +535,23 @@ bool Service::fromGnss() {
 }
 
 bool Service::fromAgent() {
-    const Calibration before = Calibration::of(store_);
-    agentResult_ = -1;
-    AgentFailureWatch watch;
-    if (!weather_->requestWeatherInfo()) {
-        say("the weather agent could not be asked");
+    const CalibrationSnapshot before(store_);
+    const double was = store_->getDataSLP();
+    const AgentCalibration result = calibrateFromAgent(store_, kAgentTimeoutMs);
+    if (result.end == AgentCalibration::End::Interrupted) stopping_ = true;
+    if (result.end != AgentCalibration::End::Stored) {
+        if (!stopping_) say("no calibration from the weather agent: " + result.message);
         return false;
     }
-    bool answered;
-    try {
-        answered = waitUntil([&] { return agentResult_ >= 0 || !watch.reason().empty(); },
-                             kAgentTimeoutMs);
-    } catch (const std::exception& e) {
-        say(std::string("the weather agent's answer is not readable (") + e.what() + ")");
-        return false;
-    }
-    if (stopping_) return false;
-    if (!answered || agentResult_ != 0) {
-        std::string why = !watch.reason().empty() ? printable(watch.reason())
-                          : agentResult_ == 1     ? "its weather is older than an hour"
-                          : agentResult_ == 2     ? "its answer lacks time or pressure"
-                          : agentResult_ == 3     ? "it has no sea-level pressure here"
-                                                  : "no answer within 10 s";
-        say("no calibration from the weather agent: " + why);
-        return false;
-    }
-    // The library stored the answer as it came; the service keeps only what it would store.
+    // The library stored the answer as it came; the service keeps only a change worth one.
     const double slp = store_->getDataSLP();
     const long long observed = storedCalibrationTime(store_);
     const std::string detail = "the weather agent's observation of " + clockTime(observed);
-    if (!worthKeeping(slp, before.slp)) before.restore(store_);
-    return keep("agent", slp, before.slp, detail);
+    if (!worthKeeping(slp, was)) {
+        const std::string failed = before.restore(observed);
+        if (!failed.empty()) say("putting the earlier calibration back failed: " + failed);
+    }
+    return keep("agent", slp, was, detail);
 }
 
 bool Service::fromServices() {

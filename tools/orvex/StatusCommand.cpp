@@ -1,5 +1,5 @@
 // `orvex status`: what the background service is doing, from any other process.
-#include <orvex_host/app_control_control.h>
+#include <orvex_host/agent_control.h>
 #include <orvex_host/location_control.h>
 #include <orvex_host/sensor_control.h>
 

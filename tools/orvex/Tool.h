@@ -94,6 +94,12 @@ const char* pressureUnitSymbol(int code);  // "hPa", "inHg", "mmHg"
 double metresTo(int distanceCode, double metres);
 double hpaTo(int pressureCode, double hpa);
 std::string formatDouble(double value, int decimals);
+// A time in seconds since the epoch with strftime's format, in local time or in UTC; the number
+// itself when the system has no date for it.
+std::string formatTime(long long t, const char* format, bool utc = false);
+
+// "WHAT 2000 hPa is implausible (a sea-level pressure is 850 to 1100 hPa)"
+std::string implausibleSlp(const std::string& what, double hpa);
 
 // Text from outside (a server's error, a file name) made safe for a terminal: control characters,
 // escape sequences and line breaks included, are shown as \xNN, so they can neither move the cursor
