@@ -25,6 +25,7 @@
 #include <string>
 
 #include "AgentBackend.h"
+#include "AltimeterSession.h"
 #include "CalibrationPolicy.h"
 #include "IOrvexSensorListener.h"
 #include "OrvexAltitudeMgr.h"
@@ -170,6 +171,7 @@ private:
 
     OrvexStorageMgr* store_ = nullptr;
     std::unique_ptr<OrvexSensor> sensor_;
+    std::unique_ptr<AltimeterSession> altimeter_;
     ServiceSettings settings_;
     bool autoRefresh_ = false;
     ServiceStatus status_;
@@ -187,6 +189,7 @@ private:
     double gnssRetryAt_ = 0, agentRetryAt_ = 0;
     Backoff gnssBackoff_{kLocationRetryFirst, kLocationRetryFirst};
     Backoff agentBackoff_{kAgentRetryFirst, kAgentRetryFirst};
+    double gnssAltitude_ = NAN;  // of the last fix of the GNSS window going on
     bool havePosition_ = false;
     double latitude_ = 0, longitude_ = 0;
     bool weatherAnswered_ = false;
@@ -207,6 +210,7 @@ void Service::start() {
     gnssBackoff_.setMax(static_cast<guint>(settings_.gnssIntervalMinutes) * 60);
     agentBackoff_.setMax(static_cast<guint>(settings_.agentIntervalMinutes) * 60);
     sensor_ = std::make_unique<OrvexSensor>(this);
+    altimeter_ = std::make_unique<AltimeterSession>();
     say(format(
         "running (pid %ld) on the %s sensor, %s location and %s weather agent; "
         "keeping %d h of recorded pressure; auto-refresh %s",
@@ -234,6 +238,7 @@ void Service::stop() {
     clearSource(&sensorRetry_);
     OrvexAltitudeMgr::deleteInstance();
     sensor_.reset();
+    altimeter_.reset();
 }
 
 gboolean Service::onSignal(gpointer self) {
@@ -370,10 +375,12 @@ void Service::readingArrived(double time, double pressure) {
 }
 
 // Every valid reading of the minute passes here once, in order: this is where whatever follows
-// the readings (the altimeter's analysis) is fed.
+// the readings is fed. The altimeter keeps its state (motion, tendency, storm alert) in the store
+// for `status` and `stats`, and tells an alert itself.
 void Service::onReading(double time, double pressure) {
     status_.readingTime = time;
     status_.pressureHpa = pressure;
+    altimeter_->feed(time, pressure, gnssActive_ ? gnssAltitude_ : NAN);
 }
 
 double Service::nextCalibration() {
@@ -449,6 +456,7 @@ bool Service::keep(const char* source, double slp, double was, const std::string
         return true;
     }
     noteCalibrationSource(source);
+    altimeter_->calibrated(slp);
     status_.calibrationTime = storedCalibrationTime(store_);
     status_.calibrationDetail = detail;
     status_.calibrationAltitude = status_.calibrationPressure = NAN;
@@ -473,6 +481,7 @@ bool Service::fromGnss() {
             GnssFix fix;
             if (gnss.read(&fix, &why)) {
                 fixed = true;
+                gnssAltitude_ = CalibrationPolicy::mslHeight(fix);
                 latitude_ = fix.latitude;
                 longitude_ = fix.longitude;
                 havePosition_ = true;

@@ -7,6 +7,7 @@
 #include <ctime>
 #include <iostream>
 
+#include "AltimeterStore.h"
 #include "OrvexStorageMgr.h"
 #include "ServiceState.h"
 #include "Tool.h"
@@ -60,6 +61,8 @@ int runStatus(const Options& options, const Args& args) {
         s.problem.clear();
     }
     const bool autoRefresh = store->getAutoRefresh() != 0;
+    // What the altimeter of the service (or of `live`) published last.
+    const AltimeterState altimeter = storedState();
     const int retention = loadServiceSettings().retentionHours;
     // A reading is a float; its last digits are noise of the conversion.
     const double pressure = std::round(s.pressureHpa * 100.0) / 100.0;
@@ -102,6 +105,14 @@ int runStatus(const Options& options, const Args& args) {
             .add("pressure_hpa", own ? s.calibrationPressure : NAN)
             .endObject();
         addTime(json, "next_calibration", s.nextCalibration);
+        json.beginObject("altimeter");
+        addTime(json, "time", altimeter.time);
+        json.add("mode", altimeter.mode.empty() ? nullptr : altimeter.mode.c_str())
+            .add("tendency_hpa", altimeter.tendencyHpa)
+            .add("tendency", altimeter.tendency.empty() ? nullptr : altimeter.tendency.c_str())
+            .add("alert", altimeter.alertActive);
+        addTime(json, "alert_time", altimeter.alertTime);
+        json.endObject();
         json.add("problem", s.problem.empty() ? nullptr : s.problem.c_str());
         json.print();
         return 0;
@@ -127,6 +138,15 @@ int runStatus(const Options& options, const Args& args) {
     rows.emplace_back("auto-refresh", !autoRefresh ? std::string("off")
                                       : running ? "on, next calibration " + when(s.nextCalibration)
                                                 : std::string("on, but no service runs"));
+    if (!std::isnan(altimeter.time))
+        rows.emplace_back(
+            "altimeter",
+            when(altimeter.time) + "  " + altimeter.mode + ", " + altimeter.tendency +
+                (std::isfinite(altimeter.tendencyHpa)
+                     ? " (" + formatDouble(altimeter.tendencyHpa, 1) + " hPa in 3 h)"
+                     : std::string()) +
+                (altimeter.alertActive ? ", STORM ALERT since " + when(altimeter.alertTime)
+                                       : std::string()));
     if (!s.problem.empty()) rows.emplace_back("problem", s.problem);
     printRows(rows);
     return 0;
