@@ -29,10 +29,10 @@ std::string checkGpsdSetting(const std::string& key, const std::string& value);
 namespace {
 
 const Backend kBackends[] = {
-    {"fixed", "the position set with 'location set' (the default)", makeFixedSource,
-     kFixedSettings, checkFixedSetting, nullptr},
-    {"track", "replay of the file given to 'location track' (GPX 1.0/1.1 or CSV)",
-     makeTrackSource, kTrackSettings, checkTrackSetting, "location_track"},
+    {"fixed", "the position set with 'location set' (the default)", makeFixedSource, kFixedSettings,
+     checkFixedSetting, nullptr},
+    {"track", "replay of the file given to 'location track' (GPX 1.0/1.1 or CSV)", makeTrackSource,
+     kTrackSettings, checkTrackSetting, "location_track"},
     {"gpsd", "the fixes of a gpsd daemon (default localhost:2947); up while it has a fix",
      makeGpsdSource, kGpsdSettings, checkGpsdSetting, nullptr},
     {nullptr, nullptr, nullptr, nullptr, nullptr, nullptr},
@@ -105,9 +105,9 @@ const char* nameOf(std::unique_ptr<Source> (*make)()) {
 
 std::string settingProblem(const std::string& key, const std::string& value) {
     if (key == "location_backend")
-        return findBackend(value) ? ""
-                                  : "unknown location back end " + quoted(value) + " (" + names() +
-                                        ")";
+        return findBackend(value)
+                   ? ""
+                   : "unknown location back end " + quoted(value) + " (" + names() + ")";
     for (const char* const* k = kFlags; *k; ++k)
         if (key == *k) return value == "0" || value == "1" ? "" : quoted(value) + " is not 0 or 1";
     const Backend* owner = settingOwner(key);
@@ -183,9 +183,9 @@ bool parseNumber(const std::string& text, double* value) {
 }
 
 std::string implausibleAltitude(double metres) {
-    g_autofree char* text = g_strdup_printf(
-        "altitude %g m is implausible (an altitude is %g to %g m)", metres,
-        ORVEX_HOST_ALTITUDE_MIN_M, ORVEX_HOST_ALTITUDE_MAX_M);
+    g_autofree char* text =
+        g_strdup_printf("altitude %g m is implausible (an altitude is %g to %g m)", metres,
+                        ORVEX_HOST_ALTITUDE_MIN_M, ORVEX_HOST_ALTITUDE_MAX_M);
     return text;
 }
 

@@ -76,14 +76,16 @@ const TrackFile& trackFile(const std::string& path, bool wait) {
     Version v;
     if (problem.empty())
         v = Version{st.st_dev, st.st_ino, st.st_mtim.tv_sec, st.st_mtim.tv_nsec, st.st_size};
-    if (path != g_file.path || !(v == g_file.version) || !problem.empty()) {
+    bool fresh = path != g_file.path || !(v == g_file.version) || !problem.empty();
+    if (fresh) {
         forget();
         g_file.path = path;
         g_file.version = v;
         g_file.error = problem;
         if (problem.empty()) g_file.reader = std::make_unique<TrackReader>(path);
     }
-    if (g_file.reader && g_file.reader->step(wait ? 0 : kSliceUs)) {
+    // A small file is read at once; the rest of a large one on the main loop.
+    if (g_file.reader && (fresh || wait) && g_file.reader->step(wait ? 0 : kSliceUs)) {
         if (g_file.slices) g_source_remove(g_file.slices);
         g_file.slices = 0;
         finishRead();
@@ -121,9 +123,8 @@ public:
         problem_ = t.reader ? *path + ": still being read" : t.error;
         if (t.points.empty()) return std::nullopt;
         // The last point at or before the moment; the first before the track begins.
-        auto after = std::upper_bound(
-            t.points.begin(), t.points.end(), sinceStart,
-            [](double s, const TrackPoint& p) { return s < p.seconds; });
+        auto after = std::upper_bound(t.points.begin(), t.points.end(), sinceStart,
+                                      [](double s, const TrackPoint& p) { return s < p.seconds; });
         return (after == t.points.begin() ? after : after - 1)->fix;
     }
 

@@ -198,8 +198,8 @@ private:
             }
         } else if (g->open_.size() == kMaxGpxDepth) {
             g->pointLine_ = g->lineHere();
-            return g->fail(error, "elements nested deeper than " +
-                                      std::to_string(kMaxGpxDepth) + " levels");
+            return g->fail(
+                error, "elements nested deeper than " + std::to_string(kMaxGpxDepth) + " levels");
         } else if (!strcmp(name, "trkpt") && g->atTrackPoint()) {
             g->startPoint(attrNames, attrValues, error);
             if (error && *error) return;
@@ -217,8 +217,7 @@ private:
         }
         pointLine_ = lineHere();
         fix_ = Fix{};
-        if (!lat || !lon || !parseNumber(lat, &fix_.latitude) ||
-            !parseNumber(lon, &fix_.longitude))
+        if (!lat || !lon || !parseNumber(lat, &fix_.latitude) || !parseNumber(lon, &fix_.longitude))
             return fail(error, "a track point needs numeric lat and lon");
         std::string problem = rangeProblem(fix_);
         if (!problem.empty()) return fail(error, problem);
@@ -314,7 +313,8 @@ bool TrackReader::open() {
 
 bool TrackReader::feed(const char* data, size_t length) {
     if (!parser_) {
-        if (read_ == length && length >= 3 && !memcmp(data, "\xEF\xBB\xBF", 3)) {  // a byte-order mark
+        if (read_ == length && length >= 3 &&
+            !memcmp(data, "\xEF\xBB\xBF", 3)) {  // a byte-order mark
             data += 3;
             length -= 3;
         }
