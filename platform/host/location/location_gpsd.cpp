@@ -251,7 +251,16 @@ gboolean onReadable(GSocket* socket, GIOCondition, gpointer data) {
     }
     const char* p = s->slice.data();
     const char* end = p + n;
-    while (const char* nl = static_cast<const char*>(memchr(p, '\n', size_t(end - p)))) {
+    while (p < end) {
+        const char* nl = static_cast<const char*>(memchr(p, '\n', size_t(end - p)));
+        if (s->line.size() + size_t((nl ? nl : end) - p) > kMaxLineBytes) {
+            lost(s, "a line longer than " + std::to_string(kMaxLineBytes) + " bytes");
+            return G_SOURCE_REMOVE;
+        }
+        if (!nl) {
+            s->line.append(p, end);
+            break;
+        }
         bool ok;
         if (s->line.empty()) {
             ok = report(s, p, size_t(nl - p));
@@ -262,11 +271,6 @@ gboolean onReadable(GSocket* socket, GIOCondition, gpointer data) {
         }
         if (!ok) return G_SOURCE_REMOVE;
         p = nl + 1;
-    }
-    s->line.append(p, end);
-    if (s->line.size() > kMaxLineBytes) {
-        lost(s, "a line longer than " + std::to_string(kMaxLineBytes) + " bytes");
-        return G_SOURCE_REMOVE;
     }
     if (size_t(n) < s->slice.size()) return G_SOURCE_CONTINUE;
     stopReading(s);

@@ -42,7 +42,7 @@ struct TrackFile {
     std::string path;
     Version version;
     std::unique_ptr<TrackReader> reader;  // while it is being read
-    std::vector<TrackPoint> points;
+    std::deque<TrackPoint> points;
     std::string error;
     guint slices = 0;  // the main-loop source reading on
 } g_file;

@@ -53,7 +53,7 @@ struct TrackReader::Parser {
 
     // The point at `when` (seconds on the file's own clock), or what is wrong with it.
     std::string add(double when, const Fix& fix) {
-        std::vector<TrackPoint>& points = r->points;
+        std::deque<TrackPoint>& points = r->points;
         if (points.size() == kMaxTrackPoints)
             return "more than " + std::to_string(kMaxTrackPoints) + " points";
         if (points.empty()) first = when;

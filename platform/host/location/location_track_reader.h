@@ -6,6 +6,7 @@
 #include <glib.h>
 #include <sys/stat.h>
 
+#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
@@ -34,8 +35,9 @@ public:
     // Reads on for about budgetUs microseconds (0: to the end); true once the file is read.
     bool step(gint64 budgetUs);
     bool done() const { return done_; }
-    // Once done: the points, or none and one line naming the file (and the line in it).
-    std::vector<TrackPoint> points;
+    // Once done: the points, or none and one line naming the file (and the line in it). A deque:
+    // a long track grows without being copied on the main loop.
+    std::deque<TrackPoint> points;
     std::string error;
 
     struct Parser;
