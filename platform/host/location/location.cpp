@@ -369,7 +369,8 @@ extern "C" int orvex_host_location_set_backend(const char* name) {
     using namespace orvex_host::location;
     const Backend* b = name ? findBackend(name) : nullptr;
     if (name && !b) return -EINVAL;
-    if (b && b->required && !orvex_host::config(b->required)) return -ENOENT;
+    const char* required = b ? prototype(b).required() : nullptr;
+    if (required && !orvex_host::config(required)) return -ENOENT;
     return orvex_host::setConfig("location_backend",
                                  name ? std::optional<std::string>(name) : std::nullopt)
                ? 0

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <string>
 
@@ -15,27 +16,19 @@
 namespace orvex_host {
 namespace location {
 
-// Each back end's file: its factory, its settings and their check.
+// Each in its back end's file.
 std::unique_ptr<Source> makeFixedSource();
 std::unique_ptr<Source> makeTrackSource();
 std::unique_ptr<Source> makeGpsdSource();
-extern const char* const kFixedSettings[];
-extern const char* const kTrackSettings[];
-extern const char* const kGpsdSettings[];
-std::string checkFixedSetting(const std::string& key, const std::string& value);
-std::string checkTrackSetting(const std::string& key, const std::string& value);
-std::string checkGpsdSetting(const std::string& key, const std::string& value);
 
 namespace {
 
 const Backend kBackends[] = {
-    {"fixed", "the position set with 'location set' (the default)", makeFixedSource, kFixedSettings,
-     checkFixedSetting, nullptr},
-    {"track", "replay of the file given to 'location track' (GPX 1.0/1.1 or CSV)", makeTrackSource,
-     kTrackSettings, checkTrackSetting, "location_track"},
+    {"fixed", "the position set with 'location set' (the default)", makeFixedSource},
+    {"track", "replay of the file given to 'location track' (GPX 1.0/1.1 or CSV)", makeTrackSource},
     {"gpsd", "the fixes of a gpsd daemon (default localhost:2947); up while it has a fix",
-     makeGpsdSource, kGpsdSettings, checkGpsdSetting, nullptr},
-    {nullptr, nullptr, nullptr, nullptr, nullptr, nullptr},
+     makeGpsdSource},
+    {nullptr, nullptr, nullptr},
 };
 
 // The service's own settings, beside the back ends'.
@@ -61,7 +54,7 @@ std::string envName(const std::string& key) {
 
 const Backend* settingOwner(const std::string& key) {
     for (const Backend* b = kBackends; b->name; ++b)
-        for (const char* const* k = b->settings; *k; ++k)
+        for (const char* const* k = prototype(b).settings(); *k; ++k)
             if (key == *k) return b;
     return nullptr;
 }
@@ -97,6 +90,20 @@ const Backend* findBackend(const std::string& name) {
     return nullptr;
 }
 
+const Source& prototype(const Backend* backend) {
+    static std::unique_ptr<Source> made[std::size(kBackends)];
+    auto& p = made[size_t(backend - kBackends)];
+    if (!p) p = backend->make();
+    return *p;
+}
+
+const char* const* Source::settings() const {
+    static const char* const none[] = {nullptr};
+    return none;
+}
+
+std::string Source::checkSetting(const std::string&, const std::string&) const { return ""; }
+
 const char* nameOf(std::unique_ptr<Source> (*make)()) {
     for (const Backend* b = kBackends; b->name; ++b)
         if (b->make == make) return b->name;
@@ -111,7 +118,7 @@ std::string settingProblem(const std::string& key, const std::string& value) {
     for (const char* const* k = kFlags; *k; ++k)
         if (key == *k) return value == "0" || value == "1" ? "" : quoted(value) + " is not 0 or 1";
     const Backend* owner = settingOwner(key);
-    return owner ? owner->check(key, value) : "no location setting " + quoted(key);
+    return owner ? prototype(owner).checkSetting(key, value) : "no location setting " + quoted(key);
 }
 
 std::string configProblem() {
@@ -124,7 +131,8 @@ std::string configProblem() {
     std::string problem = check("location_backend");
     for (const char* const* k = kFlags; problem.empty() && *k; ++k) problem = check(*k);
     for (const Backend* b = kBackends; problem.empty() && b->name; ++b)
-        for (const char* const* k = b->settings; problem.empty() && *k; ++k) problem = check(*k);
+        for (const char* const* k = prototype(b).settings(); problem.empty() && *k; ++k)
+            problem = check(*k);
     return problem;
 }
 

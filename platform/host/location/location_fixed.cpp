@@ -14,8 +14,6 @@
 namespace orvex_host {
 namespace location {
 
-extern const char* const kFixedSettings[] = {"location_position", nullptr};
-
 namespace {
 
 // An alpine town: a plausible place for an altimeter to stand.
@@ -59,6 +57,15 @@ public:
 
     std::string problem() override { return problem_; }
 
+    const char* const* settings() const override {
+        static const char* const keys[] = {"location_position", nullptr};
+        return keys;
+    }
+    std::string checkSetting(const std::string&, const std::string& value) const override {
+        Fix fix;
+        return parsePosition(value, &fix);
+    }
+
 private:
     std::string problem_;
 };
@@ -66,11 +73,6 @@ private:
 }  // namespace
 
 std::unique_ptr<Source> makeFixedSource() { return std::make_unique<FixedSource>(); }
-
-std::string checkFixedSetting(const std::string&, const std::string& value) {
-    Fix fix;
-    return parsePosition(value, &fix);
-}
 
 }  // namespace location
 }  // namespace orvex_host

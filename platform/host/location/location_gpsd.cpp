@@ -21,8 +21,6 @@
 namespace orvex_host {
 namespace location {
 
-extern const char* const kGpsdSettings[] = {"location_gpsd_host", "location_gpsd_port", nullptr};
-
 namespace {
 
 constexpr char kWatch[] = "?WATCH={\"enable\":true,\"json\":true}\n";
@@ -363,6 +361,25 @@ public:
         return connected() ? session_->fix : std::nullopt;
     }
 
+    const char* const* settings() const override {
+        static const char* const keys[] = {"location_gpsd_host", "location_gpsd_port", nullptr};
+        return keys;
+    }
+    std::string checkSetting(const std::string& key, const std::string& value) const override {
+        if (key == "location_gpsd_host") {
+            bool plain = !value.empty() && std::none_of(value.begin(), value.end(), [](char c) {
+                return g_ascii_isspace(c) || g_ascii_iscntrl(c);
+            });
+            return plain ? "" : "'" + value + "' is not a host name";
+        }
+        char* end = nullptr;
+        errno = 0;
+        long port = g_ascii_isdigit(value.c_str()[0]) ? strtol(value.c_str(), &end, 10) : 0;
+        return end && !*end && !errno && port >= 1 && port <= 65535
+                   ? ""
+                   : "'" + value + "' is not a port (1 to 65535)";
+    }
+
     std::string problem() override {
         if (!connected()) return "gpsd is not in use";
         if (session_->fix) return "";
@@ -396,21 +413,6 @@ private:
 }  // namespace
 
 std::unique_ptr<Source> makeGpsdSource() { return std::make_unique<GpsdSource>(); }
-
-std::string checkGpsdSetting(const std::string& key, const std::string& value) {
-    if (key == "location_gpsd_host") {
-        bool plain = !value.empty() && std::none_of(value.begin(), value.end(), [](char c) {
-            return g_ascii_isspace(c) || g_ascii_iscntrl(c);
-        });
-        return plain ? "" : "'" + value + "' is not a host name";
-    }
-    char* end = nullptr;
-    errno = 0;
-    long port = g_ascii_isdigit(value.c_str()[0]) ? strtol(value.c_str(), &end, 10) : 0;
-    return end && !*end && !errno && port >= 1 && port <= 65535
-               ? ""
-               : "'" + value + "' is not a port (1 to 65535)";
-}
 
 }  // namespace location
 }  // namespace orvex_host

@@ -36,6 +36,13 @@ public:
     virtual std::optional<Fix> position(double sinceStart) = 0;
     // Why there is no position now, one line; empty when there is one or none is needed.
     virtual std::string problem() = 0;
+
+    // The back end's own host configuration keys, ending with nullptr.
+    virtual const char* const* settings() const;
+    // Why a value of one of them is refused, one line; empty when it is fine.
+    virtual std::string checkSetting(const std::string& key, const std::string& value) const;
+    // The setting the back end cannot be chosen without; nullptr for none.
+    virtual const char* required() const { return nullptr; }
 };
 
 // What a source tells the service (location.cpp), on the main loop.
@@ -48,12 +55,6 @@ struct Backend {
     const char* name;
     const char* summary;  // one line for the tool's usage text
     std::unique_ptr<Source> (*make)();
-    // The back end's own host configuration keys, ending with nullptr, and why a value of one of
-    // them is refused (one line; empty when it is fine).
-    const char* const* settings;
-    std::string (*check)(const std::string& key, const std::string& value);
-    // The setting it cannot be chosen without; nullptr for none.
-    const char* required;
 };
 // The rows, ending with a row whose name is nullptr; the first is the default.
 const Backend* backends();
@@ -61,6 +62,8 @@ const Backend* backends();
 const Backend* findBackend(const std::string& name);
 // The name of the row whose factory that is (for the back end's own control functions).
 const char* nameOf(std::unique_ptr<Source> (*make)());
+// A source of the row's kind that is never started, for what the back end says of itself.
+const Source& prototype(const Backend* backend);
 
 // The back end chosen now and its source (made anew when the choice changed); nullptr, with
 // configProblem() saying why, when the choice cannot be used.

@@ -17,8 +17,6 @@
 namespace orvex_host {
 namespace location {
 
-extern const char* const kTrackSettings[] = {"location_track", nullptr};
-
 namespace {
 
 // How long one main-loop iteration may spend reading a track.
@@ -99,13 +97,16 @@ std::optional<std::string> trackPath() { return orvex_host::config("location_tra
 
 class TrackSource : public Source {
 public:
-    ~TrackSource() override { g_started = false; }
+    ~TrackSource() override { stop(); }
 
     void start() override {
-        g_started = true;
+        started_ = g_started = true;
         if (auto path = trackPath()) trackFile(*path, false);
     }
-    void stop() override { g_started = false; }
+    void stop() override {
+        if (started_) g_started = false;
+        started_ = false;
+    }
 
     // Up once the file is read, whether or not it holds a track; the position then says.
     bool up() override {
@@ -135,7 +136,20 @@ public:
         return problem_;
     }
 
+    const char* const* settings() const override {
+        static const char* const keys[] = {"location_track", nullptr};
+        return keys;
+    }
+    // The environment's track is checked without reading it, which may take a while; the
+    // position says what is wrong with its content.
+    std::string checkSetting(const std::string&, const std::string& value) const override {
+        struct stat st;
+        return trackFileProblem(value, &st);
+    }
+    const char* required() const override { return "location_track"; }
+
 private:
+    bool started_ = false;
     std::string problem_;
 };
 
@@ -144,13 +158,6 @@ private:
 }  // namespace
 
 std::unique_ptr<Source> makeTrackSource() { return std::make_unique<TrackSource>(); }
-
-// The environment's track is checked without reading it, which may take a while; the source
-// says what is wrong with its content.
-std::string checkTrackSetting(const std::string&, const std::string& value) {
-    struct stat st;
-    return trackFileProblem(value, &st);
-}
 
 }  // namespace location
 }  // namespace orvex_host
