@@ -15,12 +15,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
-#include <algorithm>
 
 namespace {
 
@@ -168,15 +168,16 @@ void scenario(const std::string& name) {
     rusage after{};
     getrusage(RUSAGE_SELF, &after);
     auto cpu = [](const rusage& u) {
-        return u.ru_utime.tv_sec + u.ru_stime.tv_sec + (u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
+        return u.ru_utime.tv_sec + u.ru_stime.tv_sec +
+               (u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
     };
-    printf("%-13s outcome after %8.1f ms: %s   peak RSS %6.1f MiB   CPU %5.2f s over %4.1f s   "
-           "main loop blocked at most %5.1f ms\n",
-           name.c_str(), settled,
-           fix ? ("position, altitude " + std::to_string(alt)).c_str()
-               : ((outcome.states.empty() ? "" : "up, no position: ") + problem).c_str(),
-           after.ru_maxrss / 1024.0, cpu(after) - cpu(before), (nowMs() - started) / 1000,
-           blocked);
+    printf(
+        "%-13s outcome after %8.1f ms: %s   peak RSS %6.1f MiB   CPU %5.2f s over %4.1f s   "
+        "main loop blocked at most %5.1f ms\n",
+        name.c_str(), settled,
+        fix ? ("position, altitude " + std::to_string(alt)).c_str()
+            : ((outcome.states.empty() ? "" : "up, no position: ") + problem).c_str(),
+        after.ru_maxrss / 1024.0, cpu(after) - cpu(before), (nowMs() - started) / 1000, blocked);
     fflush(stdout);
     location_manager_destroy(m);
     if (gpsd) {
@@ -188,7 +189,7 @@ void scenario(const std::string& name) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const char* all[] = {"gpx-deep",   "gpx-wide",   "gpx-plain",  "gpsd-deep",
+    const char* all[] = {"gpx-deep",     "gpx-wide",   "gpx-plain",    "gpsd-deep",
                          "gpsd-endless", "gpsd-flood", "gpsd-hang-up", "gpsd-alt"};
     char dir[] = "/tmp/orvex-location-bench-XXXXXX";
     g_dir = mkdtemp(dir);
