@@ -1,18 +1,13 @@
 // The location service's C interface: managers, the enabling dialogue and service-state
 // notifications on the main loop, over the source of the back end chosen.
 #include <glib.h>
-#include <glib/gstdio.h>
 
 #include <cerrno>
-#include <cmath>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <ctime>
 #include <new>
 #include <optional>
 #include <set>
 #include <string>
-#include <vector>
 
 #include "core/host_internal.h"
 #include "location/location_source.h"
