@@ -160,11 +160,9 @@ TEST_F(ToolTest, InterruptedWaitsEndInOneLineAndKeepTheStore) {
 TEST_F(ToolTest, CalibratesFromTheWeatherServiceEndToEnd) {
     orvex_test::TestHttpServer server(orvex_test::TestHttpServer::Mode::Https);
     ASSERT_TRUE(server.ok());
-    const std::string answers = std::string(ORVEX_REFERENCE_DATA) + "/answers/";
     g_autofree char* answer = nullptr;
-    ASSERT_TRUE(g_file_get_contents((answers + "twc_aggcommon_manhattan_2018-08-22.json").c_str(),
-                                    &answer, nullptr, nullptr))
-        << "no reference data in " << answers;
+    ASSERT_TRUE(
+        g_file_get_contents(ORVEX_TEST_DATA "/twc-aggcommon.json", &answer, nullptr, nullptr));
     server.route("/v2/aggcommon/v3-location-point;v3-wx-observations-current;v3-links",
                  {200, {}, answer});
     tool->setEnv("LD_PRELOAD", ORVEX_TOOL_PRELOAD);
@@ -175,18 +173,18 @@ TEST_F(ToolTest, CalibratesFromTheWeatherServiceEndToEnd) {
         tool->setEnv(proxy, "");
     ASSERT_EQ(0, tool->run({"keys", "set", "twc_api_key"}, "very-secret\n").exitCode);
 
-    ToolResult r = tool->run({"-v", "--json", "calibrate", "service", "40.76", "-73.98"});
+    ToolResult r = tool->run({"-v", "--json", "calibrate", "service", "47.27", "11.40"});
     ASSERT_EQ(0, r.exitCode) << r.err;
     EXPECT_TRUE(has(r.out, R"("provider":"The Weather Company")")) << r.out;
     EXPECT_FALSE(has(r.out + r.err, "very-secret"));
     std::string stored = history();
-    EXPECT_TRUE(has(stored, R"({"slp_hpa":1005.7)")) << stored;
-    EXPECT_TRUE(has(stored, R"("calibrated_at":1534962664,"history":[{"time":1534962664,)"))
+    EXPECT_TRUE(has(stored, R"({"slp_hpa":1018.4)")) << stored;
+    EXPECT_TRUE(has(stored, R"("calibrated_at":1763820200,"history":[{"time":1763820200,)"))
         << stored;
 
     // No answer at all: one line, and the calibration stays.
     tool->setEnv("https_proxy", "http://127.0.0.1:9");
-    play({{{"calibrate", "service", "40.76", "-73.98"},
+    play({{{"calibrate", "service", "47.27", "11.40"},
            1,
            "orvex: error: the weather service could not be reached or gave no usable answer\n"}},
          true);
