@@ -52,8 +52,7 @@ char* orvex_host_location_track_problem(const char* path);
 int orvex_host_location_set_backend(const char* name);
 /* The back end in use, the environment variable included; NULL when that names none. */
 const char* orvex_host_location_backend(void);
-/* The name and a one-line summary of the back end at index i (0, the default, on); NULL past them.
- */
+/* The name and a one-line summary of back end i (0 is the default); NULL past the last. */
 const char* orvex_host_location_backend_name(int i);
 const char* orvex_host_location_backend_summary(int i);
 /*
@@ -70,8 +69,8 @@ char* orvex_host_location_setting_problem(const char* key, const char* value);
 char* orvex_host_location_config_problem(void);
 /*
  * Where gpsd listens; NULL host or port 0 return to localhost and 2947. Persisted. -EINVAL for an
- * empty host or a port outside 0..65535. A line longer than 64 KiB, or nested deeper than
- * ORVEX_HOST_JSON_MAX_DEPTH, ends the connection; a connection that ends before it lasted 30 s
+ * empty host or a port outside 0..65535. A line longer than 64 KiB, or nested deeper than 64
+ * levels, ends the connection; a connection that ends before it lasted 30 s
  * is retried after a pause doubling from 1 s up to 30 s.
  */
 int orvex_host_location_set_gpsd(const char* host, int port);
