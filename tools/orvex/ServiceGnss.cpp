@@ -48,6 +48,13 @@ bool GnssSource::read(GnssFix* fix, std::string* why) {
     fix->latitude = latitude;
     fix->longitude = longitude;
     fix->altMsl = altitude;
+    // Figures the receiver does not report stay NAN and do not count against the fix.
+    location_accuracy_level_e level = LOCATIONS_ACCURACY_NONE;
+    double horizontal = NAN, vertical = NAN, climb = NAN, direction = NAN, speed = NAN;
+    if (location_manager_get_accuracy(manager_, &level, &horizontal, &vertical) == 0)
+        fix->verticalError = vertical;
+    if (location_manager_get_velocity(manager_, &climb, &direction, &speed) == 0)
+        fix->climb = climb;
     return true;
 }
 
