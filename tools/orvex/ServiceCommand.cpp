@@ -430,10 +430,13 @@ void Service::calibrate() {
     if (!done && !stopping_ && due(settings_.agentIntervalMinutes, agentRetryAt_)) {
         done = fromAgent();
         if (!done && !stopping_ && keysStored()) done = fromServices();
-        if (done)
+        // A value too close to keep leaves the stored time as it was: the interval starts now.
+        if (done) {
             agentBackoff_.reset();
-        else
+            agentRetryAt_ = now() + settings_.agentIntervalMinutes * 60.0;
+        } else {
             agentRetryAt_ = now() + agentBackoff_.next();
+        }
     }
     calibrating_ = false;
     status_.nextCalibration = nextCalibration();
