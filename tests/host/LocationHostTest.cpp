@@ -79,7 +79,7 @@ TEST_F(LocationHostTest, TracksAreReplayedOrRefusedNamingTheFileAndLine) {
         ASSERT_EQ(0, orvex_host_location_set_track(good.c_str()));
         location_manager_destroy(m);  // each track from its start
         start();
-        g_autofree char* problem = orvex_host_location_track_problem(c.path.c_str());
+        const char* problem = orvex_host_location_track_problem(c.path.c_str());
         EXPECT_EQ(c.problem.empty() ? "" : c.path + c.problem,
                   std::string(problem ? problem : "").substr(0, c.path.size() + c.problem.size()));
         // A refused file leaves the track before it in place.

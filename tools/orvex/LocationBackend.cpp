@@ -79,12 +79,8 @@ int runLocationTrack(const Options&, const Args& args) {
     if (args.size() != 1) return fail("expected: location track FILE | track none");
     if (args[0] == "none")
         return orvex_host_location_set_track(nullptr) == 0 ? 0 : fail("cannot store the choice");
-    char* problem = orvex_host_location_track_problem(args[0].c_str());
-    if (problem) {
-        std::string line = problem;
-        g_free(problem);
-        return fail(line);
-    }
+    if (const char* problem = orvex_host_location_track_problem(args[0].c_str()))
+        return fail(problem);
     int rc = orvex_host_location_set_track(args[0].c_str());
     return rc == 0 ? 0 : fail("cannot store the choice (error " + std::to_string(rc) + ")");
 }

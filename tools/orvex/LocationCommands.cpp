@@ -77,10 +77,9 @@ int readPosition(const Options& options, guint timeoutMs) {
         result = interruptedExit();
     } else if (end == WaitEnd::TimedOut) {
         // The back end may know why: gpsd unreachable, no fix yet, a track it cannot read.
-        char* why = orvex_host_location_problem();
+        const char* why = orvex_host_location_problem();
         result = fail(std::string("the location service did not come up in time") +
                       (why ? std::string(" (") + why + ")" : ""));
-        g_free(why);
     } else if (!listener.available) {
         result = fail("location stays off: enabling it was refused");
     } else if (mgr->getCurrentPosition(&lat, &lon, &alt) != 0) {

@@ -55,7 +55,7 @@ void handleLaunch(app_control_h request) {
     if (orvex_host::config("agent_silent").value_or("0") != "0") return;
     if (port.empty()) return;
 
-    long long age = atoll(orvex_host::config("agent_age").value_or("0").c_str());
+    long long age = orvex_host::configInt("agent_age", LLONG_MIN, LLONG_MAX).valueOr(0);
     // A stored age may be anything: an observation further off than a long long can say is
     // reported at the far end instead of wrapping round.
     long long observed;
@@ -87,11 +87,7 @@ void resetCount() {
 [[maybe_unused]] const bool g_app = orvex_host::registerApp(kAgentId, &handleLaunch);
 [[maybe_unused]] const bool g_reset = orvex_host::onReset(&resetCount);
 
-int store(const char* key, const char* value) {
-    return orvex_host::setConfig(key, value ? std::optional<std::string>(value) : std::nullopt)
-               ? 0
-               : -EIO;
-}
+int store(const char* key, const char* value) { return orvex_host::saveConfig(key, value); }
 
 }  // namespace
 
@@ -138,9 +134,8 @@ extern "C" const char* orvex_host_agent_backend(void) {
 }
 
 extern "C" const char* orvex_host_agent_problem(void) {
-    static std::string copy;
-    copy = g_problem;
-    return copy.empty() ? nullptr : copy.c_str();
+    static thread_local std::string slot;
+    return orvex_host::lendProblem(slot, g_problem);
 }
 
 extern "C" void orvex_host_agent_on_problem(void (*callback)(const char* why, void* data),

@@ -7,6 +7,7 @@
 #include <json-glib/json-glib.h>
 
 #include <cerrno>
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -249,9 +250,7 @@ void resetOpenMeteo() {
 [[maybe_unused]] const bool g_reset = orvex_host::onReset(&resetOpenMeteo);
 
 long timeoutMs() {
-    auto text = orvex_host::config("agent_timeout_ms");
-    long v = text ? strtol(text->c_str(), nullptr, 10) : 0;
-    return v > 0 ? v : kDefaultTimeoutMs;
+    return orvex_host::configInt("agent_timeout_ms", 1, LONG_MAX).valueOr(kDefaultTimeoutMs);
 }
 
 }  // namespace
@@ -297,10 +296,7 @@ void orvex_host::openMeteoRequest(const std::string& port, const char* agentId) 
 }
 
 extern "C" int orvex_host_agent_set_url(const char* base_url) {
-    return orvex_host::setConfig("agent_url",
-                                 base_url ? std::optional<std::string>(base_url) : std::nullopt)
-               ? 0
-               : -EIO;
+    return orvex_host::saveConfig("agent_url", base_url);
 }
 
 extern "C" const char* orvex_host_agent_url(void) {
@@ -310,18 +306,12 @@ extern "C" const char* orvex_host_agent_url(void) {
 }
 
 extern "C" int orvex_host_agent_set_ca_file(const char* path) {
-    return orvex_host::setConfig("agent_ca_file",
-                                 path ? std::optional<std::string>(path) : std::nullopt)
-               ? 0
-               : -EIO;
+    return orvex_host::saveConfig("agent_ca_file", path);
 }
 
 extern "C" int orvex_host_agent_set_timeout_ms(long ms) {
-    return orvex_host::setConfig(
-               "agent_timeout_ms",
-               ms > 0 ? std::optional<std::string>(std::to_string(ms)) : std::nullopt)
-               ? 0
-               : -EIO;
+    return orvex_host::saveConfig(
+        "agent_timeout_ms", ms > 0 ? std::optional<std::string>(std::to_string(ms)) : std::nullopt);
 }
 
 extern "C" int orvex_host_agent_fetches(void) { return static_cast<int>(g_transfers.size()); }

@@ -47,14 +47,9 @@ void* g_settingData = nullptr;
 std::optional<Fix> g_lastFix;
 time_t g_lastTime = 0;
 
-bool flag(const char* key, bool fallback) {
-    auto v = orvex_host::config(key);
-    return v ? *v != "0" : fallback;
-}
+bool flag(const char* key, bool fallback) { return orvex_host::configBool(key).valueOr(fallback); }
 
-bool setFlag(const char* key, int value) {
-    return orvex_host::setConfig(key, std::string(value ? "1" : "0"));
-}
+int setFlag(const char* key, int value) { return orvex_host::saveConfig(key, value ? "1" : "0"); }
 
 double nowSeconds() { return static_cast<double>(g_get_real_time()) / 1e6; }
 
@@ -69,9 +64,8 @@ std::string gpsdHost() {
 }
 
 int gpsdPort() {
-    auto port = orvex_host::config("location_gpsd_port");
-    int p = port ? atoi(port->c_str()) : 0;
-    return p > 0 && p < 65536 ? p : kDefaultGpsdPort;
+    return static_cast<int>(
+        orvex_host::configInt("location_gpsd_port", 1, 65535).valueOr(kDefaultGpsdPort));
 }
 
 // The track file read once per version of it: positions are asked for far more often than
@@ -397,26 +391,25 @@ extern "C" int orvex_host_location_set_position(double latitude, double longitud
     if (std::fabs(latitude) > 90 || std::fabs(longitude) > 180) return -EINVAL;
     char buf[96];
     snprintf(buf, sizeof buf, "%.7f,%.7f,%.2f", latitude, longitude, altitude);
-    return orvex_host::setConfig("location_position", std::string(buf)) ? 0 : -EIO;
+    return orvex_host::saveConfig("location_position", buf);
 }
 
-extern "C" char* orvex_host_location_track_problem(const char* path) {
-    if (!path) return g_strdup("no track file given");
+extern "C" const char* orvex_host_location_track_problem(const char* path) {
+    static thread_local std::string slot;
     std::string error;
-    if (!orvex_host::location::readTrack(path, &error).empty()) return nullptr;
-    return g_strdup(error.c_str());
+    if (!path)
+        error = "no track file given";
+    else if (!orvex_host::location::readTrack(path, &error).empty())
+        error.clear();
+    return orvex_host::lendProblem(slot, error);
 }
 
 extern "C" int orvex_host_location_set_track(const char* path) {
     if (path) {
-        char* problem = orvex_host_location_track_problem(path);
-        g_free(problem);
-        if (problem) return -EINVAL;
+        if (orvex_host_location_track_problem(path)) return -EINVAL;
     }
-    bool ok = orvex_host::setConfig("location_track",
-                                    path ? std::optional<std::string>(path) : std::nullopt) &&
-              orvex_host::setConfig("location_backend", std::string(path ? "track" : "fixed"));
-    return ok ? 0 : -EIO;
+    if (int rc = orvex_host::saveConfig("location_track", path); rc != 0) return rc;
+    return orvex_host::saveConfig("location_backend", path ? "track" : "fixed");
 }
 
 extern "C" int orvex_host_location_set_backend(const char* name) {
@@ -424,10 +417,7 @@ extern "C" int orvex_host_location_set_backend(const char* name) {
         strcmp(name, "gpsd") != 0)
         return -EINVAL;
     if (name && !strcmp(name, "track") && !orvex_host::config("location_track")) return -ENOENT;
-    return orvex_host::setConfig("location_backend",
-                                 name ? std::optional<std::string>(name) : std::nullopt)
-               ? 0
-               : -EIO;
+    return orvex_host::saveConfig("location_backend", name);
 }
 
 extern "C" const char* orvex_host_location_backend(void) {
@@ -437,7 +427,8 @@ extern "C" const char* orvex_host_location_backend(void) {
     return "fixed";
 }
 
-extern "C" char* orvex_host_location_problem(void) {
+extern "C" const char* orvex_host_location_problem(void) {
+    static thread_local std::string slot;
     std::string name = backendName();
     std::string problem;
     if (name == "gpsd") {
@@ -446,17 +437,15 @@ extern "C" char* orvex_host_location_problem(void) {
         auto path = orvex_host::config("location_track");
         problem = path ? track(*path).error : "no track file set";
     }
-    return problem.empty() ? nullptr : g_strdup(problem.c_str());
+    return orvex_host::lendProblem(slot, problem);
 }
 
 extern "C" int orvex_host_location_set_gpsd(const char* host, int port) {
     if (port < 0 || port > 65535) return -EINVAL;
-    bool ok = orvex_host::setConfig("location_gpsd_host",
-                                    host ? std::optional<std::string>(host) : std::nullopt) &&
-              orvex_host::setConfig(
-                  "location_gpsd_port",
-                  port ? std::optional<std::string>(std::to_string(port)) : std::nullopt);
-    return ok ? 0 : -EIO;
+    if (int rc = orvex_host::saveConfig("location_gpsd_host", host); rc != 0) return rc;
+    return orvex_host::saveConfig(
+        "location_gpsd_port",
+        port ? std::optional<std::string>(std::to_string(port)) : std::nullopt);
 }
 
 extern "C" char* orvex_host_location_gpsd_address(void) {
@@ -464,15 +453,15 @@ extern "C" char* orvex_host_location_gpsd_address(void) {
 }
 
 extern "C" int orvex_host_location_set_supported(int supported) {
-    return setFlag("location_supported", supported) ? 0 : -EIO;
+    return setFlag("location_supported", supported);
 }
 
 extern "C" int orvex_host_location_set_enabled(int enabled) {
-    return setFlag("location_enabled", enabled) ? 0 : -EIO;
+    return setFlag("location_enabled", enabled);
 }
 
 extern "C" int orvex_host_location_set_enable_answer(int accept) {
-    return setFlag("location_enable_answer", accept) ? 0 : -EIO;
+    return setFlag("location_enable_answer", accept);
 }
 
 extern "C" void orvex_host_location_inject_state(int state) { queueState(state); }

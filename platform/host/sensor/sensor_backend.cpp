@@ -21,7 +21,6 @@ std::unique_ptr<Backend> g_backend;
 std::string g_name;
 std::string g_key;  // the configuration g_backend was made from
 ConfigStamp g_stamp;
-std::string g_problemCopy;
 
 std::string configOr(const char* key, const char* fallback) {
     auto v = config(key);
@@ -44,9 +43,9 @@ Backend& backend() {
     if (name == "iio") {
         g_backend = makeIioBackend(root);
     } else if (name == "trace") {
-        g_backend = makeTraceBackend(trace, loop != "0");
+        g_backend = makeTraceBackend(trace, configBool("sensor_trace_loop").valueOr(true));
     } else {
-        g_backend = makeSimBackend(seedOf(seed));
+        g_backend = makeSimBackend(configuredSeed());
         if (name != "sim")
             g_backend->problem = "unknown sensor back end '" + name + "' (sim, iio or trace)";
     }
@@ -105,20 +104,10 @@ bool canBackfill() {
 
 using namespace orvex_host;
 
-namespace {
-
-int setOrClear(const char* key, const char* value) {
-    std::optional<std::string> v;
-    if (value) v = value;
-    return setConfig(key, v) ? 0 : -EIO;
-}
-
-}  // namespace
-
 extern "C" int orvex_host_sensor_set_backend(const char* name) {
     if (name && strcmp(name, "sim") != 0 && strcmp(name, "iio") != 0 && strcmp(name, "trace") != 0)
         return -EINVAL;
-    return setOrClear("sensor_backend", name);
+    return saveConfig("sensor_backend", name);
 }
 
 extern "C" const char* orvex_host_sensor_backend(void) {
@@ -128,23 +117,23 @@ extern "C" const char* orvex_host_sensor_backend(void) {
 }
 
 extern "C" const char* orvex_host_sensor_backend_problem(void) {
-    sensor::g_problemCopy = sensor::backendProblem();
-    return sensor::g_problemCopy.empty() ? nullptr : sensor::g_problemCopy.c_str();
+    static thread_local std::string slot;
+    return lendProblem(slot, sensor::backendProblem());
 }
 
 extern "C" int orvex_host_sensor_ended(void) { return sensor::backendEnded() ? 1 : 0; }
 
 extern "C" int orvex_host_sensor_set_seed(unsigned int seed) {
-    return setOrClear("sensor_seed", std::to_string(seed).c_str());
+    return saveConfig("sensor_seed", std::to_string(seed));
 }
 
 extern "C" int orvex_host_sensor_set_trace(const char* path, int loop) {
-    if (int rc = setOrClear("sensor_trace", path); rc != 0) return rc;
-    return setOrClear("sensor_trace_loop", loop ? "1" : "0");
+    if (int rc = saveConfig("sensor_trace", path); rc != 0) return rc;
+    return saveConfig("sensor_trace_loop", loop ? "1" : "0");
 }
 
 extern "C" int orvex_host_sensor_set_iio_root(const char* path) {
-    return setOrClear("sensor_iio_root", path);
+    return saveConfig("sensor_iio_root", path);
 }
 
 extern "C" void orvex_host_sensor_set_clock(double t) { sensor::g_clock = t > 0.0 ? t : 0.0; }

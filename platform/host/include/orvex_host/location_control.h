@@ -30,10 +30,10 @@ int orvex_host_location_set_position(double latitude, double longitude, double a
  */
 int orvex_host_location_set_track(const char* path);
 /*
- * Why the file is not a usable track, as one line naming the file (and the line in it), in a new
- * string for g_free(); NULL when it is one.
+ * Why the file is not a usable track, as one line naming the file (and the line in it); NULL when
+ * it is one. Owned as control.h says of failure texts.
  */
-char* orvex_host_location_track_problem(const char* path);
+const char* orvex_host_location_track_problem(const char* path);
 /*
  * "fixed", "track" or "gpsd"; NULL returns to the default. -EINVAL for another name, -ENOENT for
  * "track" before a track was set.
@@ -44,10 +44,10 @@ const char* orvex_host_location_backend(void);
 /* Where gpsd listens; NULL host or port 0 return to localhost and 2947. Persisted. */
 int orvex_host_location_set_gpsd(const char* host, int port);
 /*
- * Why the back end has no position now (gpsd unreachable or without a fix, track unreadable), in
- * a new string for g_free(); NULL when it has one or needs none.
+ * Why the back end has no position now (gpsd unreachable or without a fix, track unreadable);
+ * NULL when it has one or needs none. Owned as control.h says of failure texts.
  */
-char* orvex_host_location_problem(void);
+const char* orvex_host_location_problem(void);
 /* "HOST:PORT" of gpsd as configured, in a new string for g_free(). */
 char* orvex_host_location_gpsd_address(void);
 /* Whether the hybrid method is supported (default 1), persisted. */
