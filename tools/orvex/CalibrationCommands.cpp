@@ -4,12 +4,14 @@
 #include <orvex_host/app_control_control.h>
 #include <orvex_host/control.h>
 #include <orvex_host/plausible.h>
+#include <platform/app_preference.h>
 #include <platform/key_storage.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <iostream>
 #include <regex>
@@ -149,11 +151,32 @@ std::string implausible(const std::string& what, double hpa) {
     return text;
 }
 
-// A calibration as the application stores it: the value, its time and a history entry.
-void storeCalibration(OrvexStorageMgr* store, double slp, long long when) {
-    store->saveDataSLP(slp);
+// A calibration as the application stores it: the value, its time and a history entry, whole or
+// not at all. The library reports only the first write; the store tells whether the other two
+// went through, and what was written is put back when one did not. Empty when it is stored.
+std::string storeCalibration(OrvexStorageMgr* store, double slp, long long when) {
+    const double slpBefore = store->getDataSLP();
+    char* text = nullptr;
+    const int timeRead = preference_get_string("ORVEX_DATA_CALIBRATE_TIME", &text);
+    const std::string timeBefore = text ? text : "";
+    free(text);
+    text = store->getDataSLPHistory();
+    const std::string historyBefore = text ? text : "";
+    free(text);
+    if (int rc = store->saveDataSLP(slp); rc != 0)
+        return "the sea-level pressure was not stored: " + storeProblem(rc);
     store->saveDataCalTime(when);
     store->addDataSLPHistory(when, slp);
+    text = store->getDataSLPHistory();
+    const bool inHistory = text && strstr(text, std::to_string(when).c_str());
+    free(text);
+    if (!orvex_host_store_problem() && calibrationTime(store) == when && inHistory) return "";
+    const std::string why = storeProblem();
+    store->saveDataSLP(slpBefore);
+    if (timeRead == PREFERENCE_ERROR_NONE)
+        preference_set_string("ORVEX_DATA_CALIBRATE_TIME", timeBefore.c_str());
+    store->saveDataSLPHistory(historyBefore);
+    return "the calibration was not stored whole (" + why + "); the earlier one stays";
 }
 
 class AgentListener : public IOrvexWeatherListener {
@@ -298,7 +321,9 @@ int calibrateFromService(const Options& options, const Args& args) {
                     "; nothing stored");
 
     long long observed = static_cast<long long>(d.updateTime / 1000.0);
-    storeCalibration(OrvexStorageMgr::getInstance(), d.pressure, observed);
+    if (std::string failed = storeCalibration(OrvexStorageMgr::getInstance(), d.pressure, observed);
+        !failed.empty())
+        return fail(failed);
     const char* provider = d.provider == 1 ? "The Weather Company" : "AccuWeather";
     if (options.json) {
         JsonLine()
@@ -320,7 +345,7 @@ int calibrateFromService(const Options& options, const Args& args) {
 
 int runCalibrate(const Options& options, const Args& args) {
     if (args.empty()) return usageError(kCalibrate, "expected agent, service or manual");
-    if (!initialiseStore()) return fail("cannot create the settings store");
+    if (!initialiseStore()) return fail(storeProblem());
     if (args[0] == "agent") return calibrateFromAgent(options, args);
     if (args[0] == "service") return calibrateFromService(options, args);
     if (args[0] == "manual") {
@@ -334,7 +359,10 @@ int runCalibrate(const Options& options, const Args& args) {
         double slp = store->getManualSLP(altitude, pressure);
         if (!plausibleSlp(slp))
             return fail(implausible("the sea-level pressure", slp) + "; nothing stored");
-        storeCalibration(store, slp, static_cast<long long>(time(nullptr)));
+        if (std::string failed =
+                storeCalibration(store, slp, static_cast<long long>(time(nullptr)));
+            !failed.empty())
+            return fail(failed);
         return printCalibration(options, store, "known altitude");
     }
     return usageError(kCalibrate, "unknown source '" + args[0] + "'");
@@ -342,7 +370,7 @@ int runCalibrate(const Options& options, const Args& args) {
 
 int runHistory(const Options& options, const Args& args) {
     if (!args.empty()) return usageError(kHistory, "takes no arguments");
-    if (!initialiseStore()) return fail("cannot create the settings store");
+    if (!initialiseStore()) return fail(storeProblem());
     OrvexStorageMgr* store = OrvexStorageMgr::getInstance();
     std::vector<Entry> entries = historyEntries(store);
     long long last = calibrationTime(store);

@@ -113,7 +113,7 @@ int runLive(const Options& options, const Args& args) {
             return usageError(kLive, "unknown argument '" + args[i] + "'");
         }
     }
-    if (!initialiseStore()) return fail("cannot create the settings store");
+    if (!initialiseStore()) return fail(storeProblem());
     OrvexStorageMgr* store = OrvexStorageMgr::getInstance();
     const int dUnit = store->getSettingDistance();
     const int pUnit = store->getSettingPressure();
@@ -218,7 +218,7 @@ std::string chartLine(const std::vector<double>& values, double lo, double hi) {
 int runRecorded(const Options& options, const Args& args) {
     if (!args.empty() && !wantsRecordedExport(args))
         return usageError(kRecorded, "expected nothing, --csv or --svg FILE");
-    if (!initialiseStore()) return fail("cannot create the settings store");
+    if (!initialiseStore()) return fail(storeProblem());
     const int pUnit = OrvexStorageMgr::getInstance()->getSettingPressure();
     ToolListener listener;
     OrvexSensor sensor(&listener);

@@ -86,6 +86,7 @@ int main(int argc, char** argv) {
         printCommandHelp(*command);
         return 0;
     }
+    if (const char* problem = orvex_host_config_problem()) return fail(problem);
     // A refused data directory opens no store: every command would fail on it, some silently.
     if (const char* problem = orvex_host_data_dir_problem()) return fail(problem);
     args.erase(args.begin());
