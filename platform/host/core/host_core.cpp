@@ -31,6 +31,9 @@ std::string relativeHomeProblem(const char* home) {
     return std::string("ORVEX_HOST_HOME is '") + home + "', not an absolute path";
 }
 
+[[maybe_unused]] const bool g_homeCheck =
+    addConfigCheck([] { return relativeHomeProblem(getenv("ORVEX_HOST_HOME")); });
+
 std::string defaultDataDir() {
     if (const char* home = getenv("ORVEX_HOST_HOME"); home && *home) return home;
     if (const char* xdg = getenv("XDG_DATA_HOME"); xdg && *xdg) return std::string(xdg) + "/orvex";
@@ -69,7 +72,7 @@ int makeDirs(const std::string& path, std::string* problem) {
         return -EPERM;
     }
     // A read-only directory (or file system) lets nothing be stored: said once, up front.
-    if (access(path.c_str(), W_OK | X_OK) != 0) {
+    if (faccessat(AT_FDCWD, path.c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
         int err = errno;
         *problem = "cannot write to the data directory " + path + ": " + strerror(err);
         return -err;

@@ -35,7 +35,7 @@ std::string pathOf(sqlite3* db) {
     return name ? name : "";
 }
 
-void noteResult(sqlite3* db, sqlite3_stmt* stmt, int rc) {
+void noteResult(sqlite3* db, sqlite3_stmt* stmt, int rc, int systemErrno) {
     if (rc == SQLITE_ROW || rc == SQLITE_DONE) {
         if (!g_anyFailure.load(std::memory_order_relaxed) || sqlite3_stmt_readonly(stmt)) return;
         std::lock_guard<std::mutex> lock(g_failureMutex);
@@ -44,7 +44,7 @@ void noteResult(sqlite3* db, sqlite3_stmt* stmt, int rc) {
         return;
     }
     std::string path = pathOf(db);
-    std::string text = describeFailure(path, rc, db ? sqlite3_system_errno(db) : 0);
+    std::string text = describeFailure(path, rc, systemErrno);
     std::lock_guard<std::mutex> lock(g_failureMutex);
     g_failures[path] = text;
     g_anyFailure = true;
@@ -227,13 +227,14 @@ Stmt::Stmt(sqlite3* db, const char* sql) {
     if (db && sqlite3_prepare_v2(db, sql, -1, &stmt_, nullptr) != SQLITE_OK) {
         sqlite3_finalize(stmt_);
         stmt_ = nullptr;
-        noteResult(db, nullptr, sqlite3_extended_errcode(db));
+        noteResult(db, nullptr, sqlite3_extended_errcode(db), sqlite3_system_errno(db));
     }
 }
 
 Stmt::Stmt(StmtCache& cache, sqlite3* db, const char* sql)
     : stmt_(cache.get(db, sql)), kept_(true) {
-    if (db && !stmt_) noteResult(db, nullptr, sqlite3_extended_errcode(db));
+    if (db && !stmt_)
+        noteResult(db, nullptr, sqlite3_extended_errcode(db), sqlite3_system_errno(db));
 }
 
 Stmt::~Stmt() {
@@ -277,9 +278,14 @@ Stmt& Stmt::bind(int i, const std::string& v) {
 
 int Stmt::step() {
     if (!stmt_) return SQLITE_MISUSE;
+    sqlite3* db = sqlite3_db_handle(stmt_);
     int rc;
-    if (!fault("sqlite3_step", &rc)) rc = sqlite3_step(stmt_);
-    noteResult(sqlite3_db_handle(stmt_), stmt_, rc);
+    if (fault("sqlite3_step", &rc)) {
+        noteResult(db, stmt_, rc, 0);
+        return rc;
+    }
+    rc = sqlite3_step(stmt_);
+    noteResult(db, stmt_, rc, rc == SQLITE_ROW || rc == SQLITE_DONE ? 0 : sqlite3_system_errno(db));
     return rc;
 }
 
