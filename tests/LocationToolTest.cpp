@@ -10,7 +10,7 @@
 TEST(LocationToolTest, PrintsThePositionGpsdReplays) {
     g_autofree char* gpsfake = g_find_program_in_path("gpsfake");
     if (!gpsfake) GTEST_SKIP() << "gpsfake (Debian package gpsd-clients) is not installed";
-    const std::string log = std::string(ORVEX_REFERENCE_DATA) + "/board/nmea.log";
+    const char* log = ORVEX_TEST_DATA "/nmea.log";
     // Two free ports: one where nobody listens, one for gpsd.
     GSocketListener* probe = g_socket_listener_new();
     std::string ports[2];
@@ -19,8 +19,7 @@ TEST(LocationToolTest, PrintsThePositionGpsdReplays) {
     g_object_unref(probe);
     // The log loops until the test ends; its own process group takes gpsd down with it. gpsd
     // takes a while to see its first fix, so it starts before the outage is shown.
-    const char* argv[] = {gpsfake,          "-q",        "-c",   "0.05", "-P",
-                          ports[1].c_str(), log.c_str(), nullptr};
+    const char* argv[] = {gpsfake, "-q", "-c", "0.05", "-P", ports[1].c_str(), log, nullptr};
     GPid pid = 0;
     ASSERT_TRUE(g_spawn_async(
         nullptr, const_cast<char**>(argv), nullptr,

@@ -125,16 +125,17 @@ TEST_F(OrvexLocationMgrTest, FailedPlatformCalls) {
         {"location_manager_unset_enabling_method_result_cb", false, unset, 0, "%s failed(-77)"},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.fault);
         M::deleteInstance();
         mgr = M::getInstance();
         if (c.created) {
-            ASSERT_EQ(0, mgr->createLocationMgr(&listener));
+            EXPECT_EQ(0, mgr->createLocationMgr(&listener));
         }
         clearLog();
         orvex_host_fail_next(c.fault, 1, -77);
-        EXPECT_EQ(c.result, c.call()) << c.fault;
-        EXPECT_EQ(c.message ? Lines{fill(c.message, c.fault)} : Lines{}, errors()) << c.fault;
-        EXPECT_EQ(c.created, orvex_host_location_manager_count()) << c.fault;
+        EXPECT_EQ(c.result, c.call());
+        EXPECT_EQ(c.message ? Lines{fill(c.message, c.fault)} : Lines{}, errors());
+        EXPECT_EQ(c.created, orvex_host_location_manager_count());
         EXPECT_FALSE(orvex_host_location_has_enabling_result_cb() ||
                      orvex_host_location_has_setting_changed_cb())
             << c.fault;

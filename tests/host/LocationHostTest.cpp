@@ -13,12 +13,6 @@ using Position = std::vector<double>;  // latitude, longitude, altitude; empty: 
 
 namespace {
 
-// Recorded files beside the repository.
-std::string board(const std::string& name) {
-    return std::string(__FILE__).erase(std::string(__FILE__).rfind("/tests/")) +
-           "/../shared/reference-data/board/" + name;
-}
-
 std::string write(const std::string& name, const std::string& text) {
     std::string path = std::string(orvex_host_data_dir()) + "/" + name;
     std::ofstream(path) << text;
@@ -52,10 +46,10 @@ TEST_F(LocationHostTest, TracksAreReplayedOrRefusedNamingTheFileAndLine) {
         std::string problem, path;  // the problem's beginning; empty for a good track
         Position first = {};
     } cases[] = {
-        {"", board("track-gpx10.gpx"), {45.772175035, 14.357659249, 542.320923}},
-        {"", board("track-gpx11.gpx"), {45.273518851, 13.7142099626, 211.15}},
-        {": no track points (a route or waypoints only)", board("route-only.gpx")},
-        {": no track points (a route or waypoints only)", board("waypoints-only.gpx")},
+        {"", ORVEX_TEST_DATA "/track-gpx10.gpx", {45.772175035, 14.357659249, 542.320923}},
+        {"", ORVEX_TEST_DATA "/track-gpx11.gpx", {45.273518851, 13.7142099626, 211.15}},
+        {": no track points (a route or waypoints only)", ORVEX_TEST_DATA "/route-only.gpx"},
+        {": no track points (a route or waypoints only)", ORVEX_TEST_DATA "/waypoints-only.gpx"},
         // Extensions may carry their own points with lat and lon; they are not the track.
         {": no track points",
          write("ext.gpx", std::string(R"(<gpx version="1.1"><trk><extensions>)") + point +

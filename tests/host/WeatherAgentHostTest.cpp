@@ -19,10 +19,8 @@ using Entries = std::map<std::string, std::string>;
 
 namespace {
 
-// Recorded answers live beside the repository.
 std::string recorded(const std::string& name) {
-    std::ifstream in(std::string(__FILE__).erase(std::string(__FILE__).rfind("/tests/")) +
-                     "/../shared/reference-data/board/" + name);
+    std::ifstream in(ORVEX_TEST_DATA "/" + name);
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
 

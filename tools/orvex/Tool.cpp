@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <iostream>
 
 #include <glib-unix.h>
@@ -265,6 +266,17 @@ std::string formatDouble(double value, int decimals) {
     char buf[64];
     snprintf(buf, sizeof buf, "%.*f", decimals, value);
     return buf;
+}
+
+std::string formatTime(long long t, const char* format, bool utc) {
+    time_t tt = static_cast<time_t>(t);
+    struct tm tmv;
+    if (utc)
+        gmtime_r(&tt, &tmv);
+    else
+        localtime_r(&tt, &tmv);
+    char buf[64];
+    return strftime(buf, sizeof buf, format, &tmv) ? buf : "";
 }
 
 namespace {

@@ -92,6 +92,8 @@ const char* pressureUnitSymbol(int code);  // "hPa", "inHg", "mmHg"
 double metresTo(int distanceCode, double metres);
 double hpaTo(int pressureCode, double hpa);
 std::string formatDouble(double value, int decimals);
+// A time in seconds since the epoch with strftime's format, in local time or in UTC.
+std::string formatTime(long long t, const char* format, bool utc = false);
 
 // Text from outside (a server's error, a file name) made safe for a terminal: control characters,
 // escape sequences and line breaks included, are shown as \xNN, so they can neither move the cursor
