@@ -13,6 +13,7 @@ namespace orvex_host {
 namespace {
 
 sqlite3* g_store = nullptr;
+bool g_storeWal = false;     // the host store is in WAL mode, so its WAL index tells its version
 std::string g_storeProblem;  // why the last open of the host store failed
 
 std::mutex g_failureMutex;
@@ -133,6 +134,10 @@ sqlite3* store() {
         "CREATE TABLE IF NOT EXISTS host_config(key TEXT PRIMARY KEY, value TEXT NOT NULL);";
     for (const char* sql : schemas()) schema += sql;
     g_store = openDurable(dataPath("host.db"), schema.c_str(), &g_storeProblem);
+    Stmt mode(g_store, "PRAGMA journal_mode");
+    g_storeWal =
+        mode.step() == SQLITE_ROW &&
+        strcmp(reinterpret_cast<const char*>(sqlite3_column_text(mode.get(), 0)), "wal") == 0;
     return g_store;
 }
 
@@ -182,8 +187,9 @@ bool StoreVersion::operator==(const StoreVersion& o) const {
 StoreVersion storeVersion(sqlite3* db) {
     StoreVersion v;
     sqlite3_file* file = nullptr;
-    if (!db || sqlite3_file_control(db, "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK ||
-        !file || !file->pMethods || file->pMethods->iVersion < 2 || !file->pMethods->xShmMap)
+    if (!db || db != g_store || !g_storeWal ||
+        sqlite3_file_control(db, "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK || !file ||
+        !file->pMethods || file->pMethods->iVersion < 2 || !file->pMethods->xShmMap)
         return v;
     volatile void* region = nullptr;
     if (file->pMethods->xShmMap(file, 0, 32768, 0, &region) != SQLITE_OK || !region) return v;
