@@ -16,6 +16,8 @@
 #include "TestHttpServer.h"
 #include "ToolRunner.h"
 
+using orvex_test::HttpRoute;
+using orvex_test::TestHttpServer;
 using orvex_test::ToolResult;
 
 namespace {
@@ -52,13 +54,13 @@ protected:
     void play(const std::vector<Step>& steps, bool keepStore = false) {
         std::string before = history();
         for (const auto& s : steps) {
+            SCOPED_TRACE(testing::PrintToString(s.args));
             ToolResult r = tool->run(s.args);
-            const std::string command = testing::PrintToString(s.args);
-            EXPECT_EQ(s.exitCode, r.exitCode) << command << r.err;
-            EXPECT_TRUE(s.exitCode != 0 || has(r.out, s.text)) << command << "\n" << r.out;
-            EXPECT_EQ(s.exitCode ? s.text : "", r.err) << command;
+            EXPECT_EQ(s.exitCode, r.exitCode) << r.err;
+            EXPECT_TRUE(s.exitCode != 0 || has(r.out, s.text)) << r.out;
+            EXPECT_EQ(s.exitCode ? s.text : "", r.err);
             if (keepStore) {
-                EXPECT_EQ(before, history()) << command;
+                EXPECT_EQ(before, history());
             }
         }
     }
@@ -80,7 +82,8 @@ TEST_F(ToolTest, CommandsKeepTheirStateAndOutput) {
         {{"init"}, 0, "sea-level pressure   1013.25 hPa"},
         {{"settings", "set", "pressure", "2"}, 0, "pressure             2  mmHg"},
         {{"--json", "settings"}, 0, R"({"distance":0,"pressure":2,"manual":0,"alert":0,)"
-         R"("auto-refresh":0,"distance_unit":"m","pressure_unit":"mmHg","slp_hpa":1013.25})"},
+         R"("auto-refresh":0,"alert-threshold":3.0,"alert-hook":null,"distance_unit":"m",)"
+         R"("pressure_unit":"mmHg","slp_hpa":1013.25})"},
         {{"convert", "altitude", "900"}, 0, "altitude             988.6 m"},
         {{"--json", "convert", "altitude", "900", "--slp", "1020"}, 0,
          R"({"pressure_hpa":900.0,"slp_hpa":1020.0,"altitude_m":1043.37)"},
@@ -120,9 +123,6 @@ TEST_F(ToolTest, RefusalsAreOneLineAndLeaveTheStoreAsItWas) {
         {{"agent", "set", "--missing", "time"}, 1, error + "the entry is refreshedTime or pressure\n"},
         {{"live", "--seconds", "0"}, 1, error + "'0' is not a positive whole number of seconds\n"},
     }, true);
-    // The library keeps what the agent said; the tool must not report it as a calibration.
-    play({{{"agent", "set", "--pressure", "1e300"}, 0, ""},
-          {{"calibrate", "agent"}, 1, error + "the weather agent's sea-level pressure 1e+300" + implausible + "\n"}});
     // clang-format on
 }
 
@@ -185,6 +185,65 @@ TEST_F(ToolTest, AFailingStoreIsNeverReportedAsSuccess) {
         for (const auto& part : parts) rename((part + ".saved").c_str(), part.c_str());
         EXPECT_EQ(before, state());
     }
+}
+
+TEST_F(ToolTest, AnImplausibleAgentValueLeavesTheEarlierCalibration) {
+    TestHttpServer server(TestHttpServer::Mode::Https);
+    tool->setEnv("ORVEX_HOST_AGENT_CA_FILE", TestHttpServer::caFile());
+    ASSERT_EQ(0, tool->run({"calibrate", "manual", "100", "1000"}).exitCode);
+    const std::string error = "orvex: error: the weather agent";
+    const std::string implausible = " hPa is implausible (a sea-level pressure is 850 to 1100 hPa)";
+    const std::string putBack = "; the earlier calibration was put back\n";
+    const std::string meteo = error + " could not answer: Open-Meteo";
+    const std::vector<std::string> calibrate{"calibrate", "agent"};
+    // clang-format off
+    const struct {
+        const char* name;
+        std::vector<std::string> setUp;
+        HttpRoute route;
+        std::string err;
+    } cases[] = {
+        {"simulator sends 1e308", {"agent", "set", "--pressure", "1e308"}, {},
+         error + "'s sea-level pressure 1e+308" + implausible + putBack},
+        {"Open-Meteo sends 2000", {"agent", "backend", "open-meteo", "--url", server.url("")},
+         {200, {}, "{\"current\":{\"time\":1789459200,\"pressure_msl\":2000}}"},
+         meteo + "'s pressure_msl 2000" + implausible + "\n"},
+        {"Open-Meteo's reason holds escape codes", {"agent", "backend", "open-meteo", "--url", server.url("")},
+         {400, {}, "{\"reason\":\"\\u001b[2J\\r\\nforged line\"}"},
+         meteo + " answered HTTP 400: \\x1b[2J\\x0d\\x0aforged line\n"},
+    };
+    // clang-format on
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        server.route("/v1/forecast", c.route);
+        EXPECT_EQ(0, tool->run(c.setUp).exitCode);
+        play({{calibrate, 1, c.err}}, true);
+    }
+
+    // An observation far in the future: the time is what gives it away.
+    ASSERT_EQ(0, tool->run({"agent", "backend", "sim"}).exitCode);
+    ASSERT_EQ(0, tool->run({"agent", "reset"}).exitCode);
+    ASSERT_EQ(0, tool->run({"agent", "set", "--age", "-4000000000"}).exitCode);
+    std::string before = history();
+    ToolResult r = tool->run(calibrate);
+    EXPECT_TRUE(has(r.err, error + "'s observation time ") &&
+                has(r.err, " is implausible (a time is 2000 to 2100)" + putBack))
+        << r.err;
+    EXPECT_EQ(before, history());
+
+    // The store refuses to take the sea-level pressure back: said in the same line.
+    ASSERT_EQ(0, tool->run({"agent", "set", "--age", "0", "--pressure", "1e308"}).exitCode);
+    before = history();
+    orvex_test::ToolRunner failing(ORVEX_TOOL_PATH, tool->home());
+    failing.setEnv("LD_PRELOAD", ORVEX_TOOL_FAULT_PRELOAD);
+    failing.setEnv("ORVEX_TEST_FAIL", "preference_set_double:1:1:-5");
+    r = failing.run(calibrate);
+    EXPECT_EQ(1, r.exitCode);
+    EXPECT_EQ(error + "'s sea-level pressure 1e+308" + implausible +
+                  "; putting the earlier calibration back failed: the sea-level pressure cannot be "
+                  "stored (error -5)\n",
+              r.err);
+    EXPECT_NE(before, history());
 }
 
 TEST_F(ToolTest, LiveEndsWhenTheSensorHasNothingToShow) {

@@ -4,10 +4,12 @@
 #include <platform/sensor.h>
 
 #include <algorithm>
+#include <cmath>
 #include <iostream>
 #include <optional>
 #include <string>
 
+#include "AltimeterSession.h"
 #include "OrvexSensor.h"
 #include "OrvexStorageMgr.h"
 #include "SensorListener.h"
@@ -22,8 +24,11 @@ const Command kLive{
     "live", "show live pressure, altitude and trend each second",
     "[--seconds N]\n\n"
     "Prints one reading a second until N readings were shown or Ctrl-C. Altitude is computed\n"
-    "against the stored sea-level pressure; units follow the settings. --json prints one object\n"
-    "a line. Fails when no valid reading came within N seconds (or before Ctrl-C), and when the\n"
+    "against the stored sea-level pressure; units follow the settings. Each line also tells\n"
+    "whether the altimeter is moving or resting and its vertical speed over the last minute;\n"
+    "with the alert setting on, a storm alert is shown (and told to the log and the alert\n"
+    "hook). The ascent counts towards 'orvex stats'. --json prints one object a line. Fails when "
+    "no valid reading came within N seconds (or before Ctrl-C), and when the\n"
     "sensor stops sending (a trace that ended).",
     runLive};
 
@@ -45,6 +50,8 @@ struct LiveReading {
     double altitude = 0;         // m, against the stored sea-level pressure
     std::optional<float> trend;  // hPa over three hours, once the trend sensor spoke
     std::string problem;         // why the sensor is not working, when the host says
+    const AltimeterSession* altimeter = nullptr;
+    bool alertRaised = false;  // by this reading
 };
 
 // The one place where a reading's display is built: a line for people, an object for --json.
@@ -64,6 +71,18 @@ void show(const Options& options, const Units& units, const LiveReading& r) {
             json.add("trend_hpa", static_cast<double>(*r.trend));
         else
             json.addNull("trend_hpa");
+        const orvex_altimeter::Altimeter& a = r.altimeter->altimeter();
+        json.add("mode", orvex_altimeter::motionName(a.motion()))
+            .add("vertical_speed_m_min", a.verticalSpeed())
+            .add("tendency_hpa_3h", a.tendency())
+            .add("tendency", orvex_altimeter::tendencyName(a.tendencyWord()));
+        if (r.altimeter->alertEnabled()) {
+            json.beginObject("alert").add("active", a.alert().active());
+            if (a.alert().active())
+                json.add("time", a.alert().raisedAt())
+                    .add("tendency_hpa_3h", a.alert().raisedTendency());
+            json.endObject();
+        }
         json.print();
         return;
     }
@@ -76,7 +95,17 @@ void show(const Options& options, const Units& units, const LiveReading& r) {
               << pressureUnitSymbol(units.pressure) << "  "
               << formatDouble(metresTo(units.distance, r.altitude), 1) << " "
               << distanceUnitSymbol(units.distance) << "  trend "
-              << (r.trend ? formatDouble(*r.trend, 2) + " hPa/3h" : "-") << std::endl;
+              << (r.trend ? formatDouble(*r.trend, 2) + " hPa/3h" : "-");
+    const orvex_altimeter::Altimeter& a = r.altimeter->altimeter();
+    const double climb = a.verticalSpeed();
+    const bool alert = r.altimeter->alertEnabled() && a.alert().active();
+    std::cout << "  " << orvex_altimeter::motionName(a.motion()) << " "
+              << (std::isnan(climb) ? "-" : formatDouble(metresTo(units.distance, climb), 1)) << " "
+              << distanceUnitSymbol(units.distance) << "/min" << (alert ? "  STORM ALERT" : "")
+              << std::endl;
+    if (r.alertRaised)
+        std::cout << "storm alert: the sea-level pressure fell "
+                  << formatDouble(-a.alert().raisedTendency(), 2) << " hPa in 3 hours" << std::endl;
 }
 
 int sensorEvents() {
@@ -174,6 +203,7 @@ int runLive(const Options& options, const Args& args) {
     const Units units{store->getSettingDistance(), store->getSettingPressure()};
 
     SensorListener listener;
+    AltimeterSession altimeter;
     Tally tally;
     // Each reading, as the library passes it on: what it means, then its display.
     listener.onReading = [&](float pressure) {
@@ -181,12 +211,15 @@ int runLive(const Options& options, const Args& args) {
         r.time = orvex_host_sensor_now();
         r.working = pressure >= 0.0f;
         r.trend = listener.trend;
+        r.altimeter = &altimeter;
         ++tally.shown;
         if (r.working) {
             ++tally.valid;
             r.pressure = pressure;
             r.altitude = store->getAltivalue(pressure);
             store->setCurrentPressure(pressure);
+            r.alertRaised = altimeter.feed(r.time, pressure).alert ==
+                            orvex_altimeter::StormAlert::Change::Raised;
         } else if (const char* why = orvex_host_sensor_reading_problem()) {
             r.problem = tally.problem = why;
         }

@@ -165,10 +165,8 @@ int runUsage(const Options& options, const Args& args) {
         } else {
             for (auto& c : f)
                 if (c == '\n') c = ' ';
-            time_t t = static_cast<time_t>(when);
-            char stamp[32];
-            strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", localtime(&t));
-            std::cout << stamp << "  " << (uri ? uri : "") << "  " << f << "\n";
+            std::cout << formatTime(when, "%Y-%m-%d %H:%M:%S") << "  " << (uri ? uri : "") << "  "
+                      << f << "\n";
         }
         free(uri);
         free(fields);

@@ -7,9 +7,9 @@
 #include <cmath>
 #include <ctime>
 #include <iostream>
-#include <regex>
 #include <sstream>
 
+#include "HistoryText.h"
 #include "OrvexStorageMgr.h"
 #include "ReplaceFile.h"
 #include "Tool.h"
@@ -46,13 +46,7 @@ double niceStep(double span, int parts) {
 // Times of every calibration the store remembers: the history's entries and the last one.
 std::vector<long long> calibrationTimes(OrvexStorageMgr* store) {
     std::vector<long long> times;
-    char* raw = store->getDataSLPHistory();
-    std::string history = raw ? raw : "";
-    free(raw);
-    static const std::regex entry("T:(-?[0-9]{1,18});");
-    for (auto it = std::sregex_iterator(history.begin(), history.end(), entry);
-         it != std::sregex_iterator(); ++it)
-        times.push_back(std::stoll((*it)[1]));
+    for (const HistoryEntry& e : storedHistory(store)) times.push_back(e.time);
     try {
         if (long long last = store->getDataCalTime(); last > 0) times.push_back(last);
     } catch (const std::exception&) {
