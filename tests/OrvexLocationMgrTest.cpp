@@ -1,3 +1,5 @@
+// The location manager over the host location service: life cycle, positions and failures.
+#include <cmath>
 #include <fstream>
 #include <functional>
 
@@ -62,6 +64,13 @@ TEST_F(OrvexLocationMgrTest, StartedManagerFollowsAReplayedTrack) {
     ASSERT_TRUE(runUntil([&] { return position() == Fix{46.2, 7.2, 1200.0}; }));
     mgr->stopLocationMgr();
     EXPECT_EQ(1u, position().size());
+
+    // A position without height (a point without ele, a 2D fix) reaches the caller as NAN.
+    std::ofstream(track) << "<gpx version=\"1.1\"><trk><trkseg><trkpt lat=\"46.3\" lon=\"7.3\">"
+                         << "<time>2024-05-01T10:00:00Z</time></trkpt></trkseg></trk></gpx>";
+    EXPECT_EQ(0, mgr->createLocationMgr(&listener));
+    EXPECT_TRUE(std::isnan(position().back()));
+    EXPECT_TRUE(std::isnan(position(true).back()));
     M::deleteInstance();
     EXPECT_EQ(0, orvex_host_location_manager_count());
 }

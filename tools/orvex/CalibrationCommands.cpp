@@ -1,5 +1,5 @@
-// Calibration of the sea-level pressure (weather agent, weather service, known altitude) and its
-// history.
+// Calibration of the sea-level pressure: from the weather agent, a weather service or a known
+// altitude.
 #include <glib.h>
 #include <orvex_host/control.h>
 #include <orvex_host/plausible.h>
@@ -25,7 +25,6 @@ namespace orvex_tool {
 namespace {
 
 int runCalibrate(const Options& options, const Args& args);
-int runHistory(const Options& options, const Args& args);
 
 const Command kCalibrate{
     "calibrate", "calibrate the sea-level pressure",
@@ -42,26 +41,11 @@ const Command kCalibrate{
     "Only\n"
     "a plausible sea-level pressure (850 to 1100 hPa) counts as a calibration.",
     runCalibrate};
-const Command kHistory{"history", "show the calibration history and the last calibration", "",
-                       runHistory};
-[[maybe_unused]] const bool registered = addCommand(kCalibrate) && addCommand(kHistory);
-
-std::string formatTime(long long t) {
-    return t == 0 ? "never" : orvex_tool::formatTime(t, "%Y-%m-%d %H:%M:%S");
-}
-
-// The stored calibration time; a text that is not a number reads as none.
-long long calibrationTime(OrvexStorageMgr* store) {
-    try {
-        return store->getDataCalTime();
-    } catch (const std::exception&) {
-        return 0;
-    }
-}
+[[maybe_unused]] const bool registered = addCommand(kCalibrate);
 
 int printCalibration(const Options& options, OrvexStorageMgr* store, const char* source) {
     double slp = store->getDataSLP();
-    long long when = calibrationTime(store);
+    long long when = storedCalibrationTime(store);
     if (options.json) {
         JsonLine()
             .add("source", source)
@@ -72,7 +56,7 @@ int printCalibration(const Options& options, OrvexStorageMgr* store, const char*
     } else {
         printRows({{"source", source},
                    {"sea-level pressure", formatDouble(slp, 2) + " hPa"},
-                   {"calibrated at", formatTime(when)},
+                   {"calibrated at", calibrationTimeText(when)},
                    {"history entries", std::to_string(storedHistory(store).size())}});
     }
     return 0;
@@ -97,7 +81,7 @@ std::string storeCalibration(OrvexStorageMgr* store, double slp, long long when)
     text = store->getDataSLPHistory();
     const bool inHistory = text && strstr(text, std::to_string(when).c_str());
     free(text);
-    if (!orvex_host_store_problem() && calibrationTime(store) == when && inHistory) return "";
+    if (!orvex_host_store_problem() && storedCalibrationTime(store) == when && inHistory) return "";
     const std::string why = storeProblem();
     store->saveDataSLP(slpBefore);
     if (timeRead == PREFERENCE_ERROR_NONE)
@@ -227,7 +211,7 @@ int calibrateFromService(const Options& options, const Args& args, guint timeout
         printRows({{"provider", provider},
                    {"position", formatDouble(d.latitude, 4) + ", " + formatDouble(d.longitude, 4)},
                    {"sea-level pressure", formatDouble(d.pressure, 2) + " hPa (stored)"},
-                   {"observed at", formatTime(observed)}});
+                   {"observed at", calibrationTimeText(observed)}});
     }
     return 0;
 }
@@ -270,32 +254,6 @@ int runCalibrate(const Options& options, const Args& given) {
         return printCalibration(options, store, "known altitude");
     }
     return usageError(kCalibrate, "unknown source '" + args[0] + "'");
-}
-
-int runHistory(const Options& options, const Args& args) {
-    if (!args.empty()) return usageError(kHistory, "takes no arguments");
-    if (!initialiseStore()) return fail(storeProblem());
-    OrvexStorageMgr* store = OrvexStorageMgr::getInstance();
-    std::vector<HistoryEntry> entries = storedHistory(store);
-    long long last = calibrationTime(store);
-    if (options.json) {
-        JsonLine json;
-        json.add("slp_hpa", store->getDataSLP()).add("calibrated_at", last).beginArray("history");
-        for (const auto& e : entries)
-            json.beginObject().add("time", e.time).add("slp_hpa", e.slp).endObject();
-        json.endArray().print();
-        return 0;
-    }
-    printRows({{"sea-level pressure", formatDouble(store->getDataSLP(), 2) + " hPa"},
-               {"last calibration", formatTime(last)}});
-    if (entries.empty()) {
-        std::cout << "no calibration recorded yet\n";
-        return 0;
-    }
-    std::cout << "\n  time                  sea-level pressure\n";
-    for (const auto& e : entries)
-        std::cout << "  " << formatTime(e.time) << "   " << formatDouble(e.slp, 2) << " hPa\n";
-    return 0;
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+// Shared pieces of the orvex tool: command registry, options, output, units and waiting.
 #include "Tool.h"
 
 #include <cerrno>
