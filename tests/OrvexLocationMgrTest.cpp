@@ -1,3 +1,4 @@
+// The location manager over the host location service: life cycle, positions and failures.
 #include <cmath>
 #include <fstream>
 #include <functional>

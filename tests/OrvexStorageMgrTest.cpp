@@ -1,3 +1,4 @@
+// The settings store: first start, later starts, reads, failures and the altitude arithmetic.
 #include <cstdio>
 #include <functional>
 #include <stdexcept>

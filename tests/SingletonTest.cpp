@@ -1,3 +1,4 @@
+// The life cycle every singleton of the library shares.
 #include "HostFixture.h"
 #include "NetworkProxy.h"
 #include "OrvexAltitudeMgr.h"

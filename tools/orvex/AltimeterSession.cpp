@@ -1,3 +1,4 @@
+// The altimeter of a running command: fed reading by reading, saving its totals now and then.
 #include "AltimeterSession.h"
 
 #include "AlertTeller.h"

@@ -198,7 +198,7 @@ WaitEnd watch(Tally& tally, int seconds) {
 int runLive(const Options& options, const Args& args) {
     int seconds = -1, rc = 0;
     if (!readSeconds(args, &seconds, &rc)) return rc;
-    if (!initialiseStore()) return fail("cannot create the settings store");
+    if (!initialiseStore()) return fail(storeProblem());
     OrvexStorageMgr* store = OrvexStorageMgr::getInstance();
     const Units units{store->getSettingDistance(), store->getSettingPressure()};
 

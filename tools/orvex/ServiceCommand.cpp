@@ -5,6 +5,7 @@
 #include <glib-unix.h>
 #include <glib.h>
 #include <orvex_host/agent_control.h>
+#include <orvex_host/control.h>
 #include <orvex_host/location_control.h>
 #include <orvex_host/plausible.h>
 #include <orvex_host/sensor_control.h>
@@ -167,6 +168,7 @@ private:
     bool fromAgent();
     bool fromServices();
     bool keep(const char* source, double slp, double was, const std::string& detail);
+    bool storeCalibration(double slp, long long when);
     bool waitUntil(const std::function<bool()>& done, guint timeoutMs);
 
     OrvexStorageMgr* store_ = nullptr;
@@ -532,18 +534,32 @@ bool Service::fromGnss() {
                w.pressureHpa, w.fixes, w.spanSeconds);
     gnssRetryAt_ = now() + interval;
     const bool stored = worthKeeping(slp, was);
-    if (stored) {
-        const long long when = static_cast<long long>(now());
-        store_->saveDataSLP(slp);
-        store_->saveDataCalTime(when);
-        store_->addDataSLPHistory(when, slp);
-    }
+    if (stored && !storeCalibration(slp, static_cast<long long>(now()))) return false;
     const bool fresh = keep("gnss", slp, was, detail);
     if (stored) {
         status_.calibrationAltitude = w.altitudeM;
         status_.calibrationPressure = w.pressureHpa;
     }
     return fresh;
+}
+
+// A calibration as the application stores one: the value, its time, a history entry; all of it or
+// none.
+bool Service::storeCalibration(double slp, long long when) {
+    const CalibrationSnapshot before(store_);
+    if (int rc = store_->saveDataSLP(slp); rc != 0) {
+        say("the calibration was not stored: " + storeProblem(rc));
+        return false;
+    }
+    store_->saveDataCalTime(when);
+    store_->addDataSLPHistory(when, slp);
+    if (!orvex_host_store_problem()) return true;
+    const std::string why = storeProblem();
+    const std::string failed = before.restore(when);
+    say("the calibration was not stored whole (" + why + ")" +
+        (failed.empty() ? "; the earlier one stays"
+                        : "; putting the earlier one back failed: " + failed));
+    return false;
 }
 
 bool Service::fromAgent() {
@@ -601,11 +617,7 @@ bool Service::fromServices() {
     const std::string detail = format("%s at %.4f, %.4f, observed %s",
                                       d.provider == 1 ? "The Weather Company" : "AccuWeather",
                                       d.latitude, d.longitude, clockTime(observed).c_str());
-    if (worthKeeping(d.pressure, was)) {
-        store_->saveDataSLP(d.pressure);
-        store_->saveDataCalTime(observed);
-        store_->addDataSLPHistory(observed, d.pressure);
-    }
+    if (worthKeeping(d.pressure, was) && !storeCalibration(d.pressure, observed)) return false;
     return keep("service", d.pressure, was, detail);
 }
 

@@ -1,3 +1,4 @@
+// The location service's position, accuracy and velocity as one GNSS fix.
 #include "ServiceGnss.h"
 
 #include <glib.h>
@@ -37,7 +38,7 @@ bool GnssSource::read(GnssFix* fix, std::string* why) {
                  ? location_manager_get_position(manager_, &altitude, &latitude, &longitude, &when)
                  : LOCATIONS_ERROR_SERVICE_NOT_AVAILABLE;
     if (rc != 0) {
-        g_autofree char* problem = orvex_host_location_problem();
+        const char* problem = orvex_host_location_problem();
         *why = problem ? problem : "no position yet";
         return false;
     }

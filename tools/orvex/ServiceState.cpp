@@ -1,3 +1,4 @@
+// The service's shared state: its settings, the calibration source, its lock and status record.
 #include "ServiceState.h"
 
 #include <errno.h>

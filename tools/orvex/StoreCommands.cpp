@@ -2,6 +2,7 @@
 #include <cmath>
 #include <iostream>
 #include <map>
+#include <optional>
 
 #include "AlertTeller.h"
 #include "AltimeterStore.h"
@@ -114,12 +115,12 @@ int setAltimeterSetting(const std::string& name, const std::string& value) {
 
 int runInit(const Options& options, const Args& args) {
     if (!args.empty()) return usageError(kInit, "takes no arguments");
-    if (!initialiseStore()) return fail("cannot create the settings store");
+    if (!initialiseStore()) return fail(storeProblem());
     return showSettings(options, OrvexStorageMgr::getInstance());
 }
 
 int runSettings(const Options& options, const Args& args) {
-    if (!initialiseStore()) return fail("cannot create the settings store");
+    if (!initialiseStore()) return fail(storeProblem());
     OrvexStorageMgr* s = OrvexStorageMgr::getInstance();
     if (args.empty()) return showSettings(options, s);
     if (args[0] != "set" || args.size() != 3)
@@ -148,13 +149,25 @@ int runSettings(const Options& options, const Args& args) {
     } else {
         return fail("unknown setting '" + name + "'");
     }
-    if (rc != 0) return fail("the store refused the value (error " + std::to_string(rc) + ")");
+    if (rc != 0) return fail("the setting was not stored: " + storeProblem(rc));
     return showSettings(options, s);
 }
 
-int runConvert(const Options& options, const Args& args) {
+int runConvert(const Options& options, const Args& givenArgs) {
+    Args args = givenArgs;
+    gchar* slpText = nullptr;
+    GOptionEntry entries[] = {
+        {"slp", 0, 0, G_OPTION_ARG_STRING, &slpText, nullptr, nullptr},
+        {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr},
+    };
+    int rc = 0;
+    bool parsed = parseOptions(kConvert, args, entries, &rc);
+    const std::optional<std::string> slpOption =
+        slpText ? std::optional<std::string>(slpText) : std::nullopt;
+    g_free(slpText);
+    if (!parsed) return rc;
     if (args.empty()) return usageError(kConvert, "expected altitude, pressure or slp");
-    if (!initialiseStore()) return fail("cannot create the settings store");
+    if (!initialiseStore()) return fail(storeProblem());
     OrvexStorageMgr* s = OrvexStorageMgr::getInstance();
     int dUnit = s->getSettingDistance();
     int pUnit = s->getSettingPressure();
@@ -165,12 +178,13 @@ int runConvert(const Options& options, const Args& args) {
 
     if (what == "altitude") {
         double pressure = 0;
-        bool haveSlp = args.size() == 4 && args[2] == "--slp";
-        if ((args.size() != 2 && !haveSlp) || !parseDouble(args[1], &pressure))
+        const bool haveSlp = slpOption.has_value();
+        if (args.size() != 2 || !parseDouble(args[1], &pressure))
             return usageError(kConvert, "expected: altitude PRESSURE_HPA [--slp HPA]");
         double slp = 0;
-        if (haveSlp && (!parseDouble(args[3], &slp) || slp <= 0))
-            return fail("the sea-level pressure '" + args[3] + "' is not a positive number of hPa");
+        if (haveSlp && (!parseDouble(*slpOption, &slp) || slp <= 0))
+            return fail("the sea-level pressure '" + *slpOption +
+                        "' is not a positive number of hPa");
         if (pressure <= 0) return fail("the pressure must be above 0 hPa");
         double altitude = haveSlp ? s->getAltivalue(pressure, slp) : s->getAltivalue(pressure);
         double reference = haveSlp ? slp : s->getDataSLP();
@@ -182,7 +196,7 @@ int runConvert(const Options& options, const Args& args) {
                  formatDouble(metresTo(dUnit, altitude), 1) + " " + distanceUnitSymbol(dUnit)}};
     } else if (what == "pressure") {
         double altitude = 0;
-        if (args.size() != 2 || !parseDouble(args[1], &altitude))
+        if (args.size() != 2 || slpOption || !parseDouble(args[1], &altitude))
             return usageError(kConvert, "expected: pressure ALTITUDE_M");
         double pressure = s->getBarovalue(altitude);
         values = {
@@ -193,7 +207,7 @@ int runConvert(const Options& options, const Args& args) {
                                  pressureUnitSymbol(pUnit)}};
     } else if (what == "slp") {
         double altitude = 0, pressure = 0;
-        if (args.size() != 3 || !parseDouble(args[1], &altitude) ||
+        if (args.size() != 3 || slpOption || !parseDouble(args[1], &altitude) ||
             !parseDouble(args[2], &pressure))
             return usageError(kConvert, "expected: slp ALTITUDE_M PRESSURE_HPA");
         double slp = s->getManualSLP(altitude, pressure);

@@ -1,3 +1,4 @@
+// Whether a run of GNSS fixes and barometer readings is settled enough to calibrate against.
 #include "CalibrationPolicy.h"
 
 #include <algorithm>
