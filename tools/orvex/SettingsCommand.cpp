@@ -54,7 +54,6 @@ std::vector<SettingRow> settingRows(OrvexStorageMgr* s) {
     };
 }
 
-
 // The storm alert's own settings, kept by the application beside the library's.
 int setAltimeterSetting(const std::string& name, const std::string& value) {
     int rc;
