@@ -303,8 +303,8 @@ TEST_F(LocationHostTest, GpsdIsReadWithinBoundsAndOnlyPlausibleFixesPass) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         FakeGpsd gpsd(c.script, c.then);
-        ASSERT_EQ(0, orvex_host_location_set_gpsd("127.0.0.1", gpsd.port));
-        ASSERT_EQ(0, orvex_host_location_set_backend("gpsd"));
+        EXPECT_EQ(0, orvex_host_location_set_gpsd("127.0.0.1", gpsd.port));
+        EXPECT_EQ(0, orvex_host_location_set_backend("gpsd"));
         orvex_test::clearLog();
         start();
         const std::string name = "gpsd at 127.0.0.1:" + std::to_string(gpsd.port) + ": ";

@@ -77,8 +77,9 @@ TEST_F(StoresHostTest, KeysArePrivateAndFollowAnotherConnection) {
     EXPECT_EQ("another\ntwc_api_key\n", adopt(orvex_host_key_aliases()));
     exec("keys.db", "UPDATE secret SET value='second' WHERE alias='twc_api_key'");
     for (mode_t mode : {0640, 0604, 0600}) {
-        ASSERT_EQ(0, chmod(path("keys.db").c_str(), mode));
-        EXPECT_EQ(mode == 0600 ? "0:second" : denied, key("twc_api_key")) << mode;
+        SCOPED_TRACE(testing::Message() << "mode 0" << std::oct << mode);
+        EXPECT_EQ(0, chmod(path("keys.db").c_str(), mode));
+        EXPECT_EQ(mode == 0600 ? "0:second" : denied, key("twc_api_key"));
         EXPECT_EQ(mode == 0600 ? 0 : KEY_STORAGE_ERROR_PERMISSION_DENIED,
                   orvex_host_key_set("x", "y"));
     }
@@ -127,10 +128,10 @@ TEST_F(StoresHostTest, AFailingStoreFailsOnceSaysWhyAndKeepsWhatItHeld) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        ASSERT_EQ(0, orvex_host_reset());
+        EXPECT_EQ(0, orvex_host_reset());
         const std::string dir = orvex_host_data_dir();
-        ASSERT_EQ(PREFERENCE_ERROR_NONE, preference_set_double("slp", 1013.25));
-        ASSERT_EQ(0, orvex_host_key_set("twc_api_key", "kept"));
+        EXPECT_EQ(PREFERENCE_ERROR_NONE, preference_set_double("slp", 1013.25));
+        EXPECT_EQ(0, orvex_host_key_set("twc_api_key", "kept"));
         c.breakIt(dir);
         const std::string file = dir + (c.keys ? "/keys.db" : "/host.db"), before = contents(file);
         EXPECT_EQ(PLATFORM_ERROR_IO_ERROR, c.keys ? orvex_host_key_set("twc_api_key", "new")
@@ -143,7 +144,7 @@ TEST_F(StoresHostTest, AFailingStoreFailsOnceSaysWhyAndKeepsWhatItHeld) {
         EXPECT_EQ(c.unreadable && !c.keys ? VCONF_ERROR : VCONF_OK,
                   vconf_get_int("db/retailmode/enabled", &retail));
         if (c.unreadable) continue;  // the garbage is all there is
-        ASSERT_EQ(0, orvex_host_set_data_dir(dir.c_str()));
+        EXPECT_EQ(0, orvex_host_set_data_dir(dir.c_str()));
         double slp = 0;
         EXPECT_EQ(PREFERENCE_ERROR_NONE, preference_get_double("slp", &slp));
         EXPECT_EQ(1013.25, slp);
