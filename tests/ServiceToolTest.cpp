@@ -120,6 +120,11 @@ TEST_F(ServiceToolTest, RunsAloneReportsItsStateAndEndsOnSigterm) {
     // The agent's interval is three hours.
     EXPECT_EQ(calibrated + 3 * 3600, Status::number(status.root, "next_calibration"));
 
+    // A live view beside the service shows, but leaves the counting to the service.
+    const std::string totals = tool.run({"--json", "stats"}).out;
+    EXPECT_EQ(0, tool.run({"live", "--seconds", "1"}).exitCode);
+    EXPECT_EQ(totals, tool.run({"--json", "stats"}).out);
+
     orvex_test::ToolResult second = tool.run({"service"});
     EXPECT_EQ(1, second.exitCode);
     EXPECT_EQ("orvex: error: the service already runs on this data directory (pid " +

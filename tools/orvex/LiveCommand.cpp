@@ -13,6 +13,7 @@
 #include "OrvexSensor.h"
 #include "OrvexStorageMgr.h"
 #include "SensorListener.h"
+#include "ServiceState.h"
 #include "Tool.h"
 
 namespace orvex_tool {
@@ -203,7 +204,9 @@ int runLive(const Options& options, const Args& args) {
     const Units units{store->getSettingDistance(), store->getSettingPressure()};
 
     SensorListener listener;
-    AltimeterSession altimeter;
+    // A running service already counts the ascent and tells the alerts of this data directory.
+    long servicePid = 0;
+    AltimeterSession altimeter(!ServiceLock::held(&servicePid));
     Tally tally;
     // Each reading, as the library passes it on: what it means, then its display.
     listener.onReading = [&](float pressure) {
