@@ -120,6 +120,7 @@ TEST_F(OrvexSensorTest, TrendSensorAndRecorder) {
             ASSERT_EQ(0,
                       orvex_host_sensor_record_insert(SENSOR_PRESSURE, at, 1000 + (t - at) / 1e3));
         ASSERT_TRUE(sensor.getSensorRecorder(t));
+        EXPECT_EQ(0, orvex_host_sensor_recorder_queries());  // the read's query is let go
         orvex_host_sensor_read_info read{};
         ASSERT_EQ(0, orvex_host_sensor_recorder_last_read(&read));
         EXPECT_EQ((std::vector<long long>{t - 21600, t, t, 2}),
