@@ -7,28 +7,50 @@
 #   fuzz     the libFuzzer targets (clang and its sanitizer runtime)
 #   docs     the API documentation
 #   bench    the benchmarks and the cost scripts
-#   package  the Debian packages (cpack's DEB generator and dpkg-shlibdeps)
+#   package  the Debian packages: debhelper, lintian and everything debian/control builds with
+#   abi      the binary-interface check (abigail's abidw and abidiff)
+#   cross    the armhf cross build and its tests: Debian's cross toolchain, the armhf libraries
+#            (multiarch) and qemu user-mode emulation
 #   format   the formatting check (Debian's clang-format 14)
 set -euo pipefail
 
+test_packages=(libgtest-dev libgmock-dev libgnutls28-dev openssl ca-certificates gpsd gpsd-clients
+               librsvg2-bin netpbm)
 packages=(
     build-essential cmake ninja-build pkg-config
     libglib2.0-dev libjson-glib-dev libcurl4-openssl-dev libsqlite3-dev
 )
+foreign=()
 for purpose in "$@"; do
     case "$purpose" in
-    test) packages+=(libgtest-dev libgmock-dev libgnutls28-dev openssl
-                     ca-certificates gpsd gpsd-clients librsvg2-bin netpbm) ;;
+    test) packages+=("${test_packages[@]}") ;;
     fuzz) packages+=(clang libclang-rt-14-dev) ;;
     docs) packages+=(doxygen) ;;
     bench) packages+=(libbenchmark-dev libgnutls28-dev valgrind strace) ;;
-    package) packages+=(dpkg-dev file) ;;
+    package) packages+=(dpkg-dev debhelper lintian "${test_packages[@]}") ;;
+    abi) packages+=(abigail-tools) ;;
+    cross)
+        foreign+=(armhf)
+        # The tests run the host's programs (openssl, gpsfake, rsvg-convert) natively.
+        packages+=(crossbuild-essential-armhf qemu-user dpkg-dev "${test_packages[@]}")
+        for p in libglib2.0-dev libjson-glib-dev libcurl4-openssl-dev libsqlite3-dev libgtest-dev \
+                 libgmock-dev libgnutls28-dev; do
+            packages+=("$p:armhf")
+        done
+        ;;
     format) packages+=(clang-format-14) ;;
     *)
-        echo "scripts/deps.sh: unknown purpose '$purpose' (test, fuzz, docs, bench, package, format)" >&2
+        echo "scripts/deps.sh: unknown purpose '$purpose'" \
+             "(test, fuzz, docs, bench, package, abi, cross, format)" >&2
         exit 2
         ;;
     esac
+done
+
+sudo=""
+[ "$(id -u)" -eq 0 ] || sudo="sudo"
+for arch in "${foreign[@]}"; do
+    dpkg --print-foreign-architectures | grep -qx "$arch" || $sudo dpkg --add-architecture "$arch"
 done
 
 missing=()
@@ -38,8 +60,6 @@ done
 [ ${#missing[@]} -eq 0 ] && exit 0
 
 echo "Installing missing packages: ${missing[*]}"
-sudo=""
-[ "$(id -u)" -eq 0 ] || sudo="sudo"
 export DEBIAN_FRONTEND=noninteractive
 $sudo apt-get update -qq
 $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
