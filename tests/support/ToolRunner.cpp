@@ -2,6 +2,8 @@
 
 #include <gio/gio.h>
 
+#include "MainLoop.h"
+
 namespace orvex_test {
 
 static std::string contents(const std::string& path) {
@@ -33,14 +35,27 @@ ToolResult ToolRunner::run(const std::vector<std::string>& args, const std::stri
     g_subprocess_launcher_unsetenv(launcher, "ORVEX_HOST_LOG_LEVEL");
     // A sanitizer build checks that its runtime comes first; a preloaded library may not.
     g_subprocess_launcher_setenv(launcher, "ASAN_OPTIONS", "verify_asan_link_order=0", TRUE);
+    std::vector<std::string> command;
+#ifdef ORVEX_TOOL_EMULATOR
+    // A cross build runs the tool under qemu user-mode emulation. qemu is a program of the build
+    // machine, so the loader's variables (LD_PRELOAD) go to the emulated tool alone.
+    g_auto(GStrv) emulator = g_strsplit(ORVEX_TOOL_EMULATOR, " ", -1);
+    command.assign(emulator, emulator + g_strv_length(emulator));
     for (const auto& [name, value] : env_)
-        g_subprocess_launcher_setenv(launcher, name.c_str(), value.c_str(), TRUE);
-    std::vector<const char*> argv{tool_.c_str()};
-    for (const auto& a : args) argv.push_back(a.c_str());
+        if (g_str_has_prefix(name.c_str(), "LD_"))
+            command.insert(command.end(), {"-E", name + "=" + value});
+#endif
+    for (const auto& [name, value] : env_)
+        if (command.empty() || !g_str_has_prefix(name.c_str(), "LD_"))
+            g_subprocess_launcher_setenv(launcher, name.c_str(), value.c_str(), TRUE);
+    command.push_back(tool_);
+    command.insert(command.end(), args.begin(), args.end());
+    std::vector<const char*> argv;
+    for (const auto& c : command) argv.push_back(c.c_str());
     argv.push_back(nullptr);
     g_autoptr(GSubprocess) tool = g_subprocess_launcher_spawnv(launcher, argv.data(), nullptr);
     if (!tool) return {};
-    const gint64 deadline = g_get_monotonic_time() + gint64(timeoutMs) * 1000;
+    const gint64 deadline = g_get_monotonic_time() + gint64(workMs(timeoutMs)) * 1000;
     // The identifier goes once the tool has ended; sending the signal after that does nothing.
     while (ready && g_subprocess_get_identifier(tool)) {
         if (ready(contents(out)) || g_get_monotonic_time() > deadline) {

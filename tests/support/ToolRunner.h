@@ -21,8 +21,8 @@ public:
     ToolRunner(std::string tool, std::string home);
 
     // Runs to the end with the given standard input. With ready, sends the tool the signal once
-    // ready(stdout) holds (asked every 50 ms) or timeoutMs passed, and collects the rest of its
-    // run.
+    // ready(stdout) holds (asked every 50 ms) or workMs(timeoutMs) passed, and collects the rest
+    // of its run.
     ToolResult run(const std::vector<std::string>& args, const std::string& input = "",
                    const std::function<bool(const std::string&)>& ready = nullptr,
                    int signal = SIGINT, int timeoutMs = 10000) const;
