@@ -10,7 +10,7 @@
 #   package  the Debian packages: debhelper, lintian and everything debian/control builds with
 #   abi      the binary-interface check (abigail's abidw and abidiff)
 #   cross    the armhf cross build and its tests: Debian's cross toolchain, the armhf libraries
-#            (multiarch) and qemu user-mode emulation
+#            (multiarch) and qemu user-mode emulation; cross-arm64 the same for arm64
 #   format   the formatting check (Debian's clang-format 14)
 set -euo pipefail
 
@@ -29,19 +29,23 @@ for purpose in "$@"; do
     bench) packages+=(libbenchmark-dev libgnutls28-dev valgrind strace) ;;
     package) packages+=(dpkg-dev debhelper lintian "${test_packages[@]}") ;;
     abi) packages+=(abigail-tools) ;;
-    cross)
-        foreign+=(armhf)
-        # The tests run the host's programs (openssl, gpsfake, rsvg-convert) natively.
-        packages+=(crossbuild-essential-armhf qemu-user dpkg-dev "${test_packages[@]}")
+    cross | cross-arm64)
+        # armhf is the watch's CPU; arm64 that of many boards.
+        arch=armhf
+        [ "$purpose" = cross-arm64 ] && arch=arm64
+        foreign+=("$arch")
+        # The tests run the build machine's programs (openssl, gpsfake, rsvg-convert) natively.
+        packages+=(crossbuild-essential-"$arch" qemu-user dpkg-dev "${test_packages[@]}")
+        # pkgconf of the target architecture brings its <triplet>-pkg-config.
         for p in libglib2.0-dev libjson-glib-dev libcurl4-openssl-dev libsqlite3-dev libgtest-dev \
-                 libgmock-dev libgnutls28-dev; do
-            packages+=("$p:armhf")
+                 libgmock-dev libgnutls28-dev pkgconf; do
+            packages+=("$p:$arch")
         done
         ;;
     format) packages+=(clang-format-14) ;;
     *)
         echo "scripts/deps.sh: unknown purpose '$purpose'" \
-             "(test, fuzz, docs, bench, package, abi, cross, format)" >&2
+             "(test, fuzz, docs, bench, package, abi, cross, cross-arm64, format)" >&2
         exit 2
         ;;
     esac
@@ -61,5 +65,7 @@ done
 
 echo "Installing missing packages: ${missing[*]}"
 export DEBIAN_FRONTEND=noninteractive
-$sudo apt-get update -qq
+# An index that fails to download (a mirror caught syncing one architecture) is reported but does
+# not stop the install: what it needs from the other indices may well be there.
+$sudo apt-get update -qq || echo "scripts/deps.sh: apt-get update reported errors (above)" >&2
 $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
