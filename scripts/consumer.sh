@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds and runs tests/consumer, a program outside this tree, against an installed library, once
-# through the CMake package and once through pkg-config.
+# Builds and runs tests/consumer, programs outside this tree, against an installed library, once
+# through the CMake package and once through pkg-config: one links only the library, the other also
+# the host platform's control interface (liborvexhost).
 # Usage: scripts/consumer.sh [PREFIX]
 #   without PREFIX: against the system's install (the Debian packages, scripts/package.sh);
 #   with PREFIX: installs build/default into PREFIX first (no root needed; checks that the
@@ -30,4 +31,5 @@ for mode in cmake pkg-config; do
     cmake --build "$work/build-$mode" >/dev/null
     echo "consumer ($mode, ${prefix:-system install}):"
     ORVEX_HOST_HOME="$work/home-$mode" "$work/build-$mode/orvex_consumer"
+    ORVEX_HOST_HOME="$work/host-$mode" "$work/build-$mode/orvex_host_consumer"
 done

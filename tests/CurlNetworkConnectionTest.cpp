@@ -59,21 +59,14 @@ extern "C" int pipe2(int fds[2], int flags) {
 
 namespace {
 
-// Opens the engine's inner workings to the tests.
+// The engine as the tests watch it: whether a burst, its worker and the main loop's watch on the
+// worker's pipe are alive. Nothing of it is driven from here.
 class Engine : public CurlNetworkConnection {
 public:
-    using CurlNetworkConnection::AppendEasySession;
-    using CurlNetworkConnection::CheckThreadStatus;
-    using CurlNetworkConnection::CurlSingleEasySession;
-    using CurlNetworkConnection::DestoryHttpRequest;
-    using CurlNetworkConnection::FindSingleEasySessiong;
-    using CurlNetworkConnection::mMultiSession;
-    using CurlNetworkConnection::mPipeIOChannelData;
-    using CurlNetworkConnection::mThread;
-    using CurlNetworkConnection::PipeTransCurlData;
-    using CurlNetworkConnection::ResponseHttpRequest;
-    using CurlNetworkConnection::SGIOPipeWatchCB;
-    using CurlNetworkConnection::StopThread;
+    bool workerRunning() const { return mThread != 0; }
+    guint pipeWatch() const { return mPipeIOChannelData.mWatchId; }
+    int pipeReadEnd() const { return mPipeIOChannelData.mReadFd; }
+    bool pipeChannel() const { return mPipeIOChannelData.mGIOPipeChanel != nullptr; }
 
     bool idle() const { return !mMultiSession || !mMultiSession->mMultiHandle; }
     size_t inFlight() const { return mMultiSession ? mMultiSession->mEasySessionList.size() : 0; }
@@ -124,13 +117,13 @@ TEST_F(CurlEngineTest, OneBurstSharesOneWorkerAndReportsEveryOutcomeOnTheMainLoo
     server.route("/broken", {500, {}, "oops"});
 
     engine->HttpRequest(request(1, server.url("/get"), "", {"X-First: 1", "", "X-Second: 2"}));
-    guint watch = engine->mPipeIOChannelData.mWatchId;
+    guint watch = engine->pipeWatch();
     ASSERT_NE(0u, watch);
     engine->HttpRequest(request(2, server.url("/post"), "a=1&b=2"));
     const char* paths[] = {"/chunked", "/old", "/missing", "/broken"};
     for (int i = 0; i < 4; ++i) engine->HttpRequest(request(3 + i, server.url(paths[i])));
     // The later requests joined the running worker instead of starting another.
-    EXPECT_EQ(watch, engine->mPipeIOChannelData.mWatchId);
+    EXPECT_EQ(watch, engine->pipeWatch());
     EXPECT_EQ(6u, engine->inFlight());
 
     ASSERT_TRUE(finishes(6));
@@ -146,9 +139,9 @@ TEST_F(CurlEngineTest, OneBurstSharesOneWorkerAndReportsEveryOutcomeOnTheMainLoo
         outcomes);
     EXPECT_TRUE(logged(DLOG_ERROR, "Response Error Code :404"));
     EXPECT_TRUE(logged(DLOG_ERROR, "Response Error Code :500"));
-    EXPECT_EQ(0, engine->mThread);
-    EXPECT_EQ(0u, engine->mPipeIOChannelData.mWatchId);
-    EXPECT_EQ(nullptr, engine->mPipeIOChannelData.mGIOPipeChanel);
+    EXPECT_FALSE(engine->workerRunning());
+    EXPECT_EQ(0u, engine->pipeWatch());
+    EXPECT_FALSE(engine->pipeChannel());
 }
 
 TEST_F(CurlEngineTest, SetsTheOptionsInOrderAndLogsEachFailure) {
@@ -223,13 +216,15 @@ TEST_F(CurlEngineTest, ARequestQueuedWhileTheWorkerEndsIsNotLost) {
     TestHttpServer server;
     server.route("/", {200, {}, "one"});
     for (bool multiFails : {false, true}) {
+        SCOPED_TRACE(multiFails ? "no new multi handle" : "a new multi handle");
         events = HttpEvents();
         engine->HttpRequest(request(1, server.url("/")));
-        pollfd posted{engine->mPipeIOChannelData.mReadFd, POLLIN, 0};
-        ASSERT_EQ(1, poll(&posted, 1, 10000));
+        pollfd posted{engine->pipeReadEnd(), POLLIN, 0};
+        EXPECT_EQ(1, poll(&posted, 1, 10000));
         engine->HttpRequest(request(2, server.url("/")));
         if (multiFails) curlFailNext("curl_multi_init", 1);
-        ASSERT_TRUE(finishes(2));
+        EXPECT_TRUE(finishes(2));
+        if (events.events.size() < 2) continue;
         std::vector<std::string> tail(events.events.begin() + 2, events.events.end());
         EXPECT_EQ((std::vector<std::string>{"response 1 one",
                                             multiFails ? "response failed 2" : "response 2 one"}),
@@ -306,10 +301,10 @@ TEST_F(CurlEngineTest, CancelsTakeRequestsOutAndReportThemAsCompleted) {
     ASSERT_TRUE(runUntil([&] { return server.heldCount() == 3; }));
     clearLog();
     engine->CancelAllHttpRequest();
-    EXPECT_EQ(0, engine->mThread);
-    EXPECT_EQ(0, engine->mPipeIOChannelData.mReadFd);
-    EXPECT_EQ(0u, engine->mPipeIOChannelData.mWatchId);
-    EXPECT_FALSE(engine->mMultiSession);
+    EXPECT_FALSE(engine->workerRunning());
+    EXPECT_EQ(0, engine->pipeReadEnd());
+    EXPECT_EQ(0u, engine->pipeWatch());
+    EXPECT_TRUE(engine->idle());
     auto info = infos();
     EXPECT_EQ(2, std::count(info.begin(), info.end(), "##"));  // cancel-all, then destroy-all
     drainPending();
@@ -343,7 +338,7 @@ TEST_F(CurlEngineTest, CancelAndDestroyMidFlightAreSafe) {
             engine = std::make_unique<Engine>();
             engine->SetListener(&events);
         }
-        ASSERT_EQ(0, engine->mThread);
+        ASSERT_FALSE(engine->workerRunning());
     }
     // Every destroyed engine had let go of all its transfers.
     EXPECT_FALSE(logged(DLOG_ERROR, "Failed curl_share_cleanup"));
@@ -366,14 +361,16 @@ TEST_F(CurlEngineTest, ProxyRule) {
                  {"127.0.0.1:3128", "connection_get_proxy", "Invalid proxy address"},
                  {"127.0.0.1:3128", "connection_create", "Failed Create connection handler"}};
     for (const auto& c : cases) {
+        SCOPED_TRACE(std::string("proxy '") + c.proxy + "', failing " +
+                     (c.fault ? c.fault : "nothing"));
         curlHooksReset();
         clearLog();
         orvex_host_connection_set_proxy(c.proxy);
         if (c.fault) orvex_host_fail_next(c.fault, 1, -5);
         engine->HttpRequest(request(1, server.url("/")));
-        EXPECT_NE(CURLOPT_PROXY, curlOptionCalls().at(2).option) << c.proxy;  // after the URL
-        EXPECT_TRUE(logged(DLOG_ERROR, c.error)) << c.proxy;
-        ASSERT_TRUE(runUntil([&] { return engine->idle(); }));
+        EXPECT_NE(CURLOPT_PROXY, curlOptionCalls().at(2).option);  // after the URL
+        EXPECT_TRUE(logged(DLOG_ERROR, c.error));
+        EXPECT_TRUE(runUntil([&] { return engine->idle(); }));
         EXPECT_EQ("response 1 direct", events.events.back());
     }
     // The handle is closed after each look-up.
@@ -400,112 +397,59 @@ TEST_F(CurlEngineTest, VerboseHeadersReachTheLogWithoutSecretsOrBodies) {
     ASSERT_TRUE(finishes(1));
     EXPECT_EQ("response 1 {}", events.events.back());
 
-    std::vector<std::string> info = infos();
+    // Every kind of line is covered by the redaction's own suite; here, that the engine routes
+    // its verbose output through it.
     for (const auto& line : logLines()) {
         EXPECT_EQ(std::string::npos, line.text.find("SECRET")) << line.text;
         EXPECT_EQ(std::string::npos, line.text.find("bytes of data")) << line.text;
     }
-    // Every key of a line, whatever its case, and one that ends the line.
-    for (const char* line :
-         {"> POST /v1?q=1&apikey=<redacted>&details=true&APIKEY=<redacted> "
-          "HTTP/1.1",
-          "> Authorization: <redacted>", "< Location: /v2?lang=en&apiKey=<redacted>",
-          "> GET /v2?lang=en&apiKey=<redacted> HTTP/1.1", "< HTTP/1.1 200 OK",
-          "< X-Next: /v3?apikey=<redacted>"})
-        EXPECT_NE(info.end(), std::find(info.begin(), info.end(), line)) << line;
+    std::vector<std::string> info = infos();
+    EXPECT_NE(info.end(),
+              std::find(info.begin(), info.end(), "< Location: /v2?lang=en&apiKey=<redacted>"));
 }
 
 // ---- The pipe watch and the body callbacks, driven directly ----
 
-TEST_F(CurlEngineTest, PipeWatchBranches) {
-    int fds[2];
-    ASSERT_EQ(0, pipe(fds));
-    GIOChannel* channel = g_io_channel_unix_new(fds[0]);
-    auto& data = engine->mPipeIOChannelData;
-    auto attach = [&](GIOChannel* c, int readFd) {
-        data.mGIOPipeChanel = c;
-        data.mReadFd = readFd;
+// The worker and its pipe live only while transfers are in flight: after a burst that finished
+// and one that was cancelled, no pipe is left open, and an idle engine has nothing to work on.
+TEST_F(CurlEngineTest, AnIdleEngineHoldsNoPipeAndHasNothingToCancel) {
+    auto pipesOpen = [] {
+        int count = 0;
+        GDir* dir = g_dir_open("/proc/self/fd", 0, nullptr);
+        while (const char* name = g_dir_read_name(dir)) {
+            char target[64] = "";
+            std::string path = std::string("/proc/self/fd/") + name;
+            if (readlink(path.c_str(), target, sizeof target - 1) > 0 &&
+                strncmp(target, "pipe:", 5) == 0)
+                ++count;
+        }
+        g_dir_close(dir);
+        return count;
     };
-    auto post = [&](Engine::PipeTransCurlData* r) {
-        ASSERT_EQ(ssize_t(sizeof r), write(fds[1], &r, sizeof r));
-    };
-    auto fire = [&](int condition) {
-        return Engine::SGIOPipeWatchCB(channel, GIOCondition(condition), engine.get());
-    };
-    EXPECT_FALSE(fire(G_IO_IN));
-    EXPECT_EQ((std::vector<std::string>{"INAVLID mGIOPipeChanel"}), errors());
-
-    // A failed read keeps the watch for the next message.
-    int closed[2];
-    ASSERT_EQ(0, pipe(closed));
-    close(closed[0]);
-    close(closed[1]);
-    attach(channel, closed[0]);
-    clearLog();
-    EXPECT_TRUE(fire(G_IO_IN));
-    EXPECT_EQ((std::vector<std::string>{"Failed get pipe message"}), errors());
-
-    // A record of another type is consumed without touching the worker or the listener.
-    attach(channel, fds[0]);
-    data.mWatchId = 77;
-    post(new Engine::PipeTransCurlData(5));
-    clearLog();
-    EXPECT_FALSE(fire(G_IO_IN));
-    EXPECT_TRUE(errors().empty());
-    EXPECT_TRUE(events.events.empty());
-    EXPECT_EQ(0u, data.mWatchId);
-    EXPECT_EQ(channel, data.mGIOPipeChanel);
-
-    post(nullptr);
-    EXPECT_FALSE(fire(G_IO_IN));
-    EXPECT_EQ((std::vector<std::string>{"Invalid pipe Curl data"}), errors());
+    TestHttpServer server;
+    server.route("/", {200, {}, "fine"});
+    server.route("/held", hostile::silent());
+    const int before = pipesOpen();
+    engine->HttpRequest(request(1, server.url("/")));
+    EXPECT_TRUE(finishes(1));
+    EXPECT_EQ(before, pipesOpen());
+    engine->HttpRequest(request(2, server.url("/held")));
+    EXPECT_TRUE(runUntil([&] { return server.heldCount() == 1; }));
+    EXPECT_EQ(before + 2, pipesOpen());  // both ends of the worker's pipe
+    engine->CancelAllHttpRequest();
+    server.releaseHeld();
+    EXPECT_EQ(before, pipesOpen());
 
     clearLog();
-    EXPECT_FALSE(fire(G_IO_ERR));
-    EXPECT_FALSE(fire(G_IO_HUP));
-    EXPECT_FALSE(fire(G_IO_PRI));
-    EXPECT_EQ((std::vector<std::string>{"G_IO_ERR", "G_IO_HUP"}), errors());
-
-    // Stopping closes both ends of the pipe.
-    int ends[2];
-    ASSERT_EQ(0, pipe(ends));
-    attach(nullptr, ends[0]);
-    data.mWriteFd = ends[1];
-    engine->StopThread();
-    EXPECT_EQ(-1, fcntl(ends[0], F_GETFD));
-    EXPECT_EQ(-1, fcntl(ends[1], F_GETFD));
-    EXPECT_EQ(0, data.mWriteFd);
-
-    // Only a whole pointer is taken as a record.
-    auto* record = new Engine::PipeTransCurlData(3);
-    char buffer[sizeof record];
-    memcpy(buffer, &record, sizeof record);
-    engine->CheckThreadStatus(buffer, sizeof record - 1);
-    engine->CheckThreadStatus(nullptr, sizeof record);
-    delete record;
-    EXPECT_TRUE(events.events.empty());
-    g_io_channel_unref(channel);
-    close(fds[0]);
-    close(fds[1]);
-}
-
-TEST_F(CurlEngineTest, SessionHelpersRefuseToWorkWithoutAMultiSession) {
-    EXPECT_EQ(nullptr, engine->FindSingleEasySessiong(0));
-    EXPECT_EQ(nullptr, engine->FindSingleEasySessiong(static_cast<void*>(nullptr)));
-    EXPECT_EQ(4, engine->AppendEasySession(nullptr));
-    EXPECT_EQ(4, engine->AppendEasySession(std::make_shared<Engine::CurlSingleEasySession>()));
-    engine->DestoryHttpRequest(nullptr);
-    engine->ResponseHttpRequest();
     struct NotCurl : IHttpRequestData {};
     engine->HttpRequest(std::make_shared<NotCurl>());
-    EXPECT_EQ(
-        (std::vector<std::string>{"Invalid multi session", "Invalid multi session",
-                                  "[Failed] Invalid curlSingleEasySessiongPtr",
-                                  "Failed get multi session or easy session list",
-                                  "Invalid Multisession Ptr or curlSingleEasySessiongPtr",
-                                  "Failed get curl multi session", "Invalid httpRequestDataPtr"}),
-        errors());
-    EXPECT_TRUE(events.events.empty());
+    engine->CancelHttpRequest(5);
+    engine->CancelHttpRequest(request(6, server.url("/")));
+    EXPECT_EQ((Lines{"Invalid httpRequestDataPtr", "Failed get curl multi session",
+                     "Failed get curl multi session"}),
+              errors());
+    EXPECT_EQ((Lines{"response 1 fine", "accepted 2"}),
+              Lines(events.events.end() - 2, events.events.end()));
 }
 
 // Without a pipe or a thread nothing would ever run the queued transfers: they fail, reported from
@@ -520,16 +464,17 @@ TEST_F(CurlEngineTest, TransfersFailWhenNoWorkerCanStart) {
                  {&g_failNextThread, "Failed create curl thread"}};
     int id = 0;
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.error);
         *c.fault = true;
         engine->HttpRequest(request(++id, server.url("/")));
         EXPECT_FALSE(*c.fault);
         EXPECT_TRUE(logged(DLOG_ERROR, c.error));
         EXPECT_EQ("accepted " + std::to_string(id), events.events.back());
-        EXPECT_EQ(0, engine->mThread);
-        EXPECT_EQ(0, engine->mPipeIOChannelData.mReadFd);
-        ASSERT_TRUE(finishes(id));
+        EXPECT_FALSE(engine->workerRunning());
+        EXPECT_EQ(0, engine->pipeReadEnd());
+        EXPECT_TRUE(finishes(id));
         EXPECT_EQ("response failed " + std::to_string(id), events.events.back());
-        EXPECT_EQ(0u, engine->mPipeIOChannelData.mWatchId);
+        EXPECT_EQ(0u, engine->pipeWatch());
     }
     EXPECT_EQ(0u, server.requests().size());
     engine->HttpRequest(request(3, server.url("/")));

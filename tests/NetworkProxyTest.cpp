@@ -251,16 +251,17 @@ TEST_F(NetworkProxyTest, HostileAnswersEndInOneFailure) {
     HttpEvents client;
     int id = proxy->RegisterHttpNetworkEventListener(&client);
     for (const auto& [path, route] : cases) {
+        SCOPED_TRACE(path);
         server.route(path, route);
         clearLog();
         int before = client.finished;
         proxy->HttpRequest(get(server.url(path)), id);
-        ASSERT_TRUE(runUntil([&] { return client.finished > before; }, 15000)) << path;
+        EXPECT_TRUE(runUntil([&] { return client.finished > before; }, 15000));
         drainPending();
-        EXPECT_EQ(before + 1, client.finished) << path;
+        EXPECT_EQ(before + 1, client.finished);
         EXPECT_EQ("response failed " + std::to_string(client.acceptedIds.back()),
                   client.events.back());
-        EXPECT_EQ(route.makeStream != nullptr, logged(DLOG_ERROR, overCap)) << path;
+        EXPECT_EQ(route.makeStream != nullptr, logged(DLOG_ERROR, overCap));
     }
     EXPECT_TRUE(logged(DLOG_ERROR, "Incomplete transfer :" + std::to_string(CURLE_PARTIAL_FILE)));
     EXPECT_EQ(0u, plain.requests().size());

@@ -164,16 +164,17 @@ TEST_F(OrvexSensorTest, FailedPlatformCalls) {
         {nullptr, record, "sensor is not supported", 0},
     };
     for (const auto& c : cases) {
-        ASSERT_EQ(0, orvex_host_reset());
+        SCOPED_TRACE(c.message);
+        EXPECT_EQ(0, orvex_host_reset());
         if (c.fault)
             orvex_host_fail_next(c.fault, 1, SENSOR_ERROR_IO_ERROR);
         else
-            ASSERT_EQ(0, orvex_host_sensor_set_backend("iio") +
+            EXPECT_EQ(0, orvex_host_sensor_set_backend("iio") +
                              orvex_host_sensor_set_iio_root("/nonexistent/iio"));
         OrvexSensor sensor(&listener);
-        EXPECT_EQ(-1, c.call(sensor)) << c.message;
+        EXPECT_EQ(-1, c.call(sensor));
         EXPECT_EQ(Lines{fill(c.message, c.fault)}, errors());
-        EXPECT_EQ(0, info(SENSOR_PRESSURE).live) << c.message;
+        EXPECT_EQ(0, info(SENSOR_PRESSURE).live);
         EXPECT_EQ(c.live, info(SENSOR_PRESSURE_TREND).live) << c.message;
     }
 }

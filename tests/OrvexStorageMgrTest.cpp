@@ -69,6 +69,9 @@ TEST_F(StorageTest, FirstStartAndEveryDemonstrationStartWriteTheDefaultsAndTheLo
         {7, "US", nullptr, "0", "0"},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message()
+                     << "country " << (c.country ? c.country : "(none)") << ", region "
+                     << (c.region ? c.region : "(none)") << ", retail " << c.retail);
         fresh(c.country);
         orvex_host_vconf_set_str("db/menu_widget/regionformat", c.region);
         orvex_host_vconf_set_int("db/retailmode/enabled", c.retail);
@@ -78,7 +81,7 @@ TEST_F(StorageTest, FirstStartAndEveryDemonstrationStartWriteTheDefaultsAndTheLo
         Lines expected = kDefaults;
         expected[1] = c.distance;
         expected[2] = c.pressure;
-        EXPECT_EQ(expected, snapshot()) << &c - cases;
+        EXPECT_EQ(expected, snapshot());
         EXPECT_EQ(Lines{"Preference is not init"}, errors());
     }
 }
@@ -94,19 +97,21 @@ TEST_F(StorageTest, LaterStartsKeepTheDataAndRefillWhatAKilledFirstStartLeftOut)
                  {4, 0, "0"}, {5, 0, "1013.25"}, {6, 0, "''"}, {7, 0, "''"},
                  {8, 0, "0"}, {9, 0, "0"},       {1, 2, "1"},  {2, 3, "1"}};
     for (const auto& [missing, marker, refilled] : cases) {
+        SCOPED_TRACE(testing::Message() << (missing < 0 ? "complete" : kKeys[missing])
+                                        << (marker ? " holding a unit marker" : " missing"));
         fresh("US");
         store->initStorage();
         use();
         Lines expected = kUsed;
         if (missing >= 0) {
-            ASSERT_EQ(0, marker ? preference_set_int(kKeys[missing], marker)
+            EXPECT_EQ(0, marker ? preference_set_int(kKeys[missing], marker)
                                 : preference_remove(kKeys[missing]));
             expected[missing] = refilled;
         }
         clearLog();
         store->initStorage();
-        EXPECT_EQ(expected, snapshot()) << missing;
-        EXPECT_EQ(0u, orvex_host_log_count()) << missing;
+        EXPECT_EQ(expected, snapshot());
+        EXPECT_EQ(0u, orvex_host_log_count());
     }
 }
 
@@ -140,11 +145,12 @@ TEST_F(StorageTest, ReadsAndFailedPlatformCalls) {
     use();
     orvex_host_vconf_set_int("db/retailmode/enabled", 1);
     for (const auto& c : cases) {
-        EXPECT_NEAR(c.read, c.call(store), 0.05) << c.fault;
+        SCOPED_TRACE(testing::Message() << "row " << &c - cases << ", failing " << c.fault);
+        EXPECT_NEAR(c.read, c.call(store), 0.05);
         clearLog();
         orvex_host_fail_next(c.fault, 1, PREFERENCE_ERROR_IO_ERROR);
-        EXPECT_NEAR(c.failed, c.call(store), 0.5) << c.fault;
-        EXPECT_EQ(c.message ? Lines{c.message} : Lines{}, errors()) << c.fault;
+        EXPECT_NEAR(c.failed, c.call(store), 0.5);
+        EXPECT_EQ(c.message ? Lines{c.message} : Lines{}, errors());
         orvex_host_clear_faults();
     }
     EXPECT_EQ(kUsed, snapshot());  // failed writes changed nothing

@@ -59,10 +59,12 @@ TEST_F(OrvexWeatherTest, AnswersOfTheAgent) {
     store->saveDataSLP(1000.0);
     std::string history;
     for (const auto& c : cases) {
+        SCOPED_TRACE("time '" + c.time + "', pressure '" + (c.pressure ? c.pressure : "(none)") +
+                     "'");
         clearLog();
         reply(c.time, c.pressure, listener);
-        EXPECT_EQ(c.result, listener.results.back()) << c.time;
-        EXPECT_EQ(c.message ? Lines{c.message} : Lines{}, errors()) << c.time;
+        EXPECT_EQ(c.result, listener.results.back());
+        EXPECT_EQ(c.message ? Lines{c.message} : Lines{}, errors());
         if (c.result != 0) continue;
         history += "T:" + c.time + ";P+" + std::to_string(std::stod(c.pressure));
         EXPECT_EQ(std::stod(c.pressure), store->getDataSLP());
@@ -91,9 +93,10 @@ TEST_F(OrvexWeatherTest, RequestsGoToTheAgentUnlessAStepFails) {
     };
     OrvexWeather weather(&listener);
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.message);
         clearLog();
         orvex_host_fail_after(c.function, c.skip, 1, -12);
-        EXPECT_FALSE(weather.requestWeatherInfo()) << c.message;
+        EXPECT_FALSE(weather.requestWeatherInfo());
         EXPECT_EQ(Lines{fill(c.message, c.function)}, errors());
         orvex_host_clear_faults();
     }

@@ -14,6 +14,7 @@
 #include <platform/connection.h>
 
 #include "BuildConfig.h"
+#include "CurlVerboseLog.h"
 #include "OrvexLog.h"
 
 pthread_t CurlNetworkConnection::mThread = 0;
@@ -32,48 +33,6 @@ namespace {
 // mutex locked and libcurl half-way through.
 inline void allowCancel() { pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr); }
 inline void forbidCancel() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr); }
-
-bool startsWithNoCase(const char* text, size_t length, const char* prefix) {
-    for (size_t i = 0; prefix[i]; ++i) {
-        if (i >= length || std::tolower(static_cast<unsigned char>(text[i])) !=
-                               std::tolower(static_cast<unsigned char>(prefix[i])))
-            return false;
-    }
-    return true;
-}
-
-// Verbose lines can carry the weather services' API keys (in the request line, in a redirect
-// target) and credentials (Authorization headers); none of them may reach the log. Returns false,
-// leaving `out` alone, for the common line that carries none, so that it is logged without a
-// copy.
-bool redactSecrets(const char* line, size_t length, std::string& out) {
-    static const char* const kCredentialHeaders[] = {"Authorization:", "Proxy-Authorization:"};
-    for (const char* header : kCredentialHeaders) {
-        if (startsWithNoCase(line, length, header)) {
-            out = std::string(header) + " <redacted>";
-            return true;
-        }
-    }
-    static const char kKey[] = "apikey=";
-    constexpr size_t kKeyLength = sizeof kKey - 1;
-    bool redacted = false;
-    size_t copied = 0;
-    for (size_t pos = 0; pos < length; ++pos) {
-        if ((line[pos] != '?' && line[pos] != '&') ||
-            !startsWithNoCase(line + pos + 1, length - pos - 1, kKey))
-            continue;
-        size_t start = pos + 1 + kKeyLength;
-        size_t end = start;
-        while (end < length && !strchr("&# \"'\r\n", line[end])) ++end;
-        if (!redacted) out.clear();
-        out.append(line + copied, start - copied).append("<redacted>");
-        copied = end;
-        redacted = true;
-        pos = end - 1;
-    }
-    if (redacted) out.append(line + copied, length - copied);
-    return redacted;
-}
 
 // Frees a transfer's easy handle and header list and forgets them.
 void releaseTransfer(CURL*& easy, curl_slist*& headers) {
@@ -99,41 +58,6 @@ std::string schemeOf(const std::string& url) {
     std::string scheme = url.substr(0, end);
     for (char& c : scheme) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return scheme == "http" || scheme == "https" ? scheme : std::string();
-}
-
-int curlVerboseToLog(CURL*, curl_infotype type, char* data, size_t size, void*) {
-    const char* direction;
-    switch (type) {
-        case CURLINFO_TEXT:
-            direction = "* ";
-            break;
-        case CURLINFO_HEADER_IN:
-            direction = "< ";
-            break;
-        case CURLINFO_HEADER_OUT:
-            direction = "> ";
-            break;
-        default:  // bodies and TLS records: a line per chunk would cost more than it tells
-            return 0;
-    }
-    // Split in place: libcurl hands over whole header blocks, and most lines are logged as they
-    // stand.
-    std::string redacted;
-    const char* end = data + size;
-    for (const char* line = data; line < end;) {
-        const char* newline = static_cast<const char*>(memchr(line, '\n', end - line));
-        const char* lineEnd = newline ? newline : end;
-        size_t length = static_cast<size_t>(lineEnd - line);
-        if (length && line[length - 1] == '\r') --length;
-        if (length) {
-            if (redactSecrets(line, length, redacted))
-                ORVEX_LOGI("%s%s", direction, redacted.c_str());
-            else
-                ORVEX_LOGI("%s%.*s", direction, static_cast<int>(length), line);
-        }
-        line = lineEnd + 1;
-    }
-    return 0;
 }
 
 }  // namespace
@@ -609,7 +533,8 @@ void CurlNetworkConnection::HttpRequest(std::shared_ptr<IHttpRequestData> reques
         // redirects are few and stay on the request's scheme, libcurl installs no signal
         // handlers (transfers run on the worker; on Linux it sends with MSG_NOSIGNAL, so a closed
         // peer gives EPIPE, not SIGPIPE), and TLS sessions are resumed across bursts.
-        set(CURLOPT_DEBUGFUNCTION, &curlVerboseToLog, "Failed CURLOPT_DEBUGFUNCTION option");
+        set(CURLOPT_DEBUGFUNCTION, &orvex_net::curlVerboseToLog,
+            "Failed CURLOPT_DEBUGFUNCTION option");
         set(CURLOPT_MAXREDIRS, static_cast<long>(ORVEX_MAX_REDIRECTS),
             "Failed CURLOPT_MAXREDIRS option");
         std::string scheme = schemeOf(curlRequest->URL);

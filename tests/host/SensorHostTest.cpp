@@ -2,8 +2,10 @@
 #include <orvex_host/sensor_control.h>
 #include <platform/sensor.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -69,6 +71,7 @@ TEST_F(SensorHostTest, IioDevicesAreFoundAndConvertedFromKilopascals) {
     };
     ASSERT_EQ(0, orvex_host_sensor_set_backend("iio"));
     for (size_t i = 0; i < std::size(cases); ++i) {
+        SCOPED_TRACE(cases[i].first);
         fs::path root = fs::path(orvex_host_data_dir()) / ("iio" + std::to_string(i));
         fs::create_directories(root / "iio:device0");
         fs::create_directories(root / "iio:device1");
@@ -76,14 +79,14 @@ TEST_F(SensorHostTest, IioDevicesAreFoundAndConvertedFromKilopascals) {
         for (std::string f; files >> f;)
             std::ofstream(root / "iio:device1" / f.substr(0, f.find('=')))
                 << f.substr(f.find('=') + 1) << (i ? "" : "\n");
-        ASSERT_EQ(0, orvex_host_sensor_set_iio_root(root.c_str()));
+        EXPECT_EQ(0, orvex_host_sensor_set_iio_root(root.c_str()));
         const char* problem = orvex_host_sensor_backend_problem();
         EXPECT_EQ(cases[i].second ? "" : "no IIO pressure device under " + root.string(),
                   problem ? problem : "");
         if (problem) continue;
         if (listeners_.empty()) listen(SENSOR_PRESSURE);
         sensor_event_s e = readAt(kT + i);
-        EXPECT_NEAR(cases[i].second, e.values[0], 1e-3) << i;
+        EXPECT_NEAR(cases[i].second, e.values[0], 1e-3);
         EXPECT_EQ(i == 0 ? 21.5f : 0.0f, e.values[2]);
         // A device that stops answering reports itself as not working.
         for (const char* name : {"in_pressure_input", "in_pressure_raw", "in_pressure0_raw"})
@@ -91,6 +94,57 @@ TEST_F(SensorHostTest, IioDevicesAreFoundAndConvertedFromKilopascals) {
         e = readAt(kT + 10 + i);
         EXPECT_EQ(0.0f, e.values[3]);
         EXPECT_EQ(SENSOR_DATA_ACCURACY_BAD, e.accuracy);
+    }
+}
+
+// Whatever stands in a device file's place, each reading ends in one failure that says why, and
+// the recorder keeps nothing of it.
+TEST_F(SensorHostTest, IioFilesThatHoldNoPressureAreASensorThatIsNotWorking) {
+    const std::string outside = " hPa is outside the plausible 260 to 1260 hPa at the sensor";
+    const struct {
+        std::string files;    // name=value ...; value "FIFO" or "->target" for other kinds
+        std::string problem;  // "@" stands for the device's directory
+    } cases[] = {
+        {"in_pressure_input=FIFO", "@/in_pressure_input: not a regular file"},
+        {"in_pressure_input=->/dev/zero", "@/in_pressure_input: not a regular file"},
+        {"in_pressure_input=1O1.3", "@/in_pressure_input: '1O1.3' is not a number"},
+        {"in_pressure_input=", "@/in_pressure_input: empty"},
+        {"in_pressure_input=" + std::string(65, '1'), "@/in_pressure_input: more than 64 bytes"},
+        {"in_pressure_input=-5", "-50" + outside},
+        {"in_pressure_input=0", "0" + outside},
+        {"in_pressure_input=1e300", "1e+301" + outside},
+        {"in_pressure_raw=1e300 in_pressure_scale=1e300",
+         "@/in_pressure_raw with its offset and scale overflows"},
+    };
+    ASSERT_EQ(0, orvex_host_sensor_set_backend("iio"));
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        SCOPED_TRACE(cases[i].files);
+        const fs::path root = fs::path(orvex_host_data_dir()) / ("iio" + std::to_string(i)),
+                       dev = root / "iio:device0";
+        fs::create_directories(dev);
+        std::istringstream files(cases[i].files);
+        for (std::string f; files >> f;) {
+            const fs::path path = dev / f.substr(0, f.find('='));
+            const std::string value = f.substr(f.find('=') + 1);
+            if (value == "FIFO")
+                EXPECT_EQ(0, mkfifo(path.c_str(), 0600));
+            else if (value.rfind("->", 0) == 0)
+                fs::create_symlink(value.substr(2), path);
+            else
+                std::ofstream(path) << value;
+        }
+        EXPECT_EQ(0, orvex_host_sensor_set_iio_root(root.c_str()));
+        if (listeners_.empty()) listen(SENSOR_PRESSURE);
+        sensor_event_s e = readAt(kT);
+        EXPECT_EQ(SENSOR_DATA_ACCURACY_BAD, e.accuracy);
+        EXPECT_EQ(0.0f, e.values[3]);
+        std::string expected = cases[i].problem;
+        if (expected[0] == '@') expected.replace(0, 1, dev.string());
+        const char* problem = orvex_host_sensor_reading_problem();
+        EXPECT_EQ(expected, problem ? problem : "");
+        sensor_recorder_start(SENSOR_PRESSURE, nullptr);
+        EXPECT_EQ(-EIO, orvex_host_sensor_recorder_sample_now());
+        EXPECT_EQ(0, orvex_host_sensor_record_count(SENSOR_PRESSURE, 0, 1LL << 40));
     }
 }
 

@@ -1,27 +1,21 @@
-// Calibration of the sea-level pressure (weather agent, known altitude), its history, and the
-// host's simulated weather agent.
+// Calibration of the sea-level pressure (weather agent, weather service, known altitude) and its
+// history.
 #include <glib.h>
-#include <orvex_host/app_control_control.h>
-#include <orvex_host/control.h>
 #include <orvex_host/plausible.h>
 #include <platform/key_storage.h>
 
 #include <algorithm>
-#include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <iostream>
-#include <regex>
 #include <string>
 #include <vector>
 
 #include "AgentBackend.h"
-#include "IOrvexWeatherListener.h"
+#include "HistoryText.h"
 #include "OrvexAltitudeMgr.h"
 #include "OrvexLocationMgr.h"
 #include "OrvexStorageMgr.h"
-#include "OrvexWeather.h"
 #include "Tool.h"
 
 namespace orvex_tool {
@@ -29,7 +23,6 @@ namespace {
 
 int runCalibrate(const Options& options, const Args& args);
 int runHistory(const Options& options, const Args& args);
-int runAgent(const Options& options, const Args& args);
 
 const Command kCalibrate{
     "calibrate", "calibrate the sea-level pressure",
@@ -48,66 +41,10 @@ const Command kCalibrate{
     runCalibrate};
 const Command kHistory{"history", "show the calibration history and the last calibration", "",
                        runHistory};
-// The usage text is put together at start, with the lines of 'agent backend'.
-const std::string kAgentUsage =
-    std::string(
-        "[set [--pressure TEXT] [--age SECONDS] [--missing KEY] [--empty KEY] [--silent] | "
-        "reset]\n") +
-    kAgentBackendUsage +
-    "\n\n"
-    "  --pressure TEXT  send TEXT as \"pressure\" (9999: no sea-level pressure here)\n"
-    "  --age SECONDS    make the observation that old (over 3600 counts as stale)\n"
-    "  --missing KEY    leave \"refreshedTime\" or \"pressure\" out of the answer\n"
-    "  --empty KEY      send that entry empty\n"
-    "  --silent         take requests but never answer\n"
-    "set and reset configure the simulated agent; reset goes back to a prompt agent that "
-    "reports\n"
-    "the simulated weather.";
-const Command kAgent{"agent", "show or configure the weather agent", kAgentUsage.c_str(), runAgent};
-
-[[maybe_unused]] const bool registered =
-    addCommand(kCalibrate) && addCommand(kHistory) && addCommand(kAgent);
-
-const char* resultMeaning(int result) {
-    switch (result) {
-        case 0:
-            return "stored";
-        case 1:
-            return "the agent's weather is older than an hour; nothing stored";
-        case 2:
-            return "the agent's answer lacks time or pressure; nothing stored";
-        case 3:
-            return "the agent has no sea-level pressure for this location; nothing stored";
-        default:
-            return "unknown result";
-    }
-}
+[[maybe_unused]] const bool registered = addCommand(kCalibrate) && addCommand(kHistory);
 
 std::string formatTime(long long t) {
-    if (t == 0) return "never";
-    time_t tt = static_cast<time_t>(t);
-    struct tm tm;
-    localtime_r(&tt, &tm);
-    char buf[64];
-    strftime(buf, sizeof buf, "%Y-%m-%d %H:%M:%S", &tm);
-    return buf;
-}
-
-struct Entry {
-    long long time;
-    double slp;
-};
-
-std::vector<Entry> historyEntries(OrvexStorageMgr* store) {
-    char* raw = store->getDataSLPHistory();
-    std::string text = raw ? raw : "";
-    free(raw);
-    std::vector<Entry> entries;
-    static const std::regex entry("T:(-?[0-9]+);P\\+(-?[0-9]+\\.[0-9]{6})");
-    for (auto it = std::sregex_iterator(text.begin(), text.end(), entry);
-         it != std::sregex_iterator(); ++it)
-        entries.push_back(Entry{std::stoll((*it)[1]), std::stod((*it)[2])});
-    return entries;
+    return t == 0 ? "never" : orvex_tool::formatTime(t, "%Y-%m-%d %H:%M:%S");
 }
 
 // The stored calibration time; a text that is not a number reads as none.
@@ -127,26 +64,15 @@ int printCalibration(const Options& options, OrvexStorageMgr* store, const char*
             .add("source", source)
             .add("slp_hpa", slp)
             .add("calibrated_at", when)
-            .add("history_entries", static_cast<int>(historyEntries(store).size()))
+            .add("history_entries", static_cast<int>(storedHistory(store).size()))
             .print();
     } else {
         printRows({{"source", source},
                    {"sea-level pressure", formatDouble(slp, 2) + " hPa"},
                    {"calibrated at", formatTime(when)},
-                   {"history entries", std::to_string(historyEntries(store).size())}});
+                   {"history entries", std::to_string(storedHistory(store).size())}});
     }
     return 0;
-}
-
-// The extremes ever observed at sea level are about 870 and 1084 hPa: a value outside this band
-// is a fault somewhere, and stored it would put every altitude kilometres off.
-bool plausibleSlp(double hpa) { return orvex_host_plausible_slp(hpa); }
-
-std::string implausible(const std::string& what, double hpa) {
-    char text[160];
-    snprintf(text, sizeof text, "%s %g hPa is implausible (a sea-level pressure is %g to %g hPa)",
-             what.c_str(), hpa, ORVEX_HOST_SLP_MIN_HPA, ORVEX_HOST_SLP_MAX_HPA);
-    return text;
 }
 
 // A calibration as the application stores it: the value, its time and a history entry.
@@ -156,42 +82,12 @@ void storeCalibration(OrvexStorageMgr* store, double slp, long long when) {
     store->addDataSLPHistory(when, slp);
 }
 
-class AgentListener : public IOrvexWeatherListener {
-public:
-    void onWeatherInfoResult(int r) override { result = r; }
-    int result = -1;
-};
-
-int calibrateFromAgent(const Options& options, const Args& args) {
-    guint timeoutMs = 10000;
-    if (args.size() == 3 && args[1] == "--timeout") {
-        if (!parseTimeout(args[2], &timeoutMs))
-            return usageError(kCalibrate, "the time-out must be a positive number of seconds");
-    } else if (args.size() != 1) {
-        return usageError(kCalibrate, "expected: agent [--timeout SECONDS]");
-    }
+int calibrateFromAgent(const Options& options, const Args& args, guint timeoutMs) {
+    if (args.size() != 1) return usageError(kCalibrate, "expected: agent [--timeout SECONDS]");
     OrvexStorageMgr* store = OrvexStorageMgr::getInstance();
-    AgentListener listener;
-    OrvexWeather weather(&listener);
-    AgentFailureWatch watch;
-    if (!weather.requestWeatherInfo())
-        return fail("the weather agent could not be asked (see -v for the platform's error)");
-    WaitEnd end;
-    try {
-        end = waitFor([&] { return listener.result >= 0 || !watch.reason().empty(); }, timeoutMs);
-    } catch (const std::exception& e) {
-        return fail(std::string("the weather agent's answer is not readable (") + e.what() + ")");
-    }
-    if (end == WaitEnd::Interrupted) return interruptedExit();
-    if (listener.result < 0 && !watch.reason().empty())
-        return fail("the weather agent could not answer: " + watch.reason());
-    if (end == WaitEnd::TimedOut)
-        return fail("the weather agent did not answer within " + secondsText(timeoutMs) + " s");
-    if (listener.result != 0) return fail(resultMeaning(listener.result));
-    // The library keeps whatever the agent said; the application must not call it a
-    // calibration.
-    if (!plausibleSlp(store->getDataSLP()))
-        return fail(implausible("the weather agent's sea-level pressure", store->getDataSLP()));
+    const AgentCalibration result = orvex_tool::calibrateFromAgent(store, timeoutMs);
+    if (result.end == AgentCalibration::End::Interrupted) return interruptedExit();
+    if (result.end == AgentCalibration::End::Failed) return fail(result.message);
     return printCalibration(options, store, "weather agent");
 }
 
@@ -247,21 +143,13 @@ int checkKeyStore() {
     return 0;
 }
 
-int calibrateFromService(const Options& options, const Args& args) {
-    guint timeoutMs = 15000;
+int calibrateFromService(const Options& options, const Args& args, guint timeoutMs) {
     double lat = 0, lon = 0;
-    size_t positional = 0;
+    const size_t positional = args.size() - 1;
     double coords[2];
-    for (size_t i = 1; i < args.size(); ++i) {
-        if (args[i] == "--timeout" && i + 1 < args.size()) {
-            if (!parseTimeout(args[++i], &timeoutMs))
-                return usageError(kCalibrate, "the time-out must be a positive number of seconds");
-        } else if (positional < 2 && parseDouble(args[i], &coords[positional])) {
-            ++positional;
-        } else {
+    for (size_t i = 0; i < positional; ++i)
+        if (positional > 2 || !parseDouble(args[i + 1], &coords[i]))
             return usageError(kCalibrate, "expected: service [LATITUDE LONGITUDE] [--timeout S]");
-        }
-    }
     if (positional == 1) return usageError(kCalibrate, "give both latitude and longitude");
     if (positional == 2) {
         lat = coords[0];
@@ -293,8 +181,8 @@ int calibrateFromService(const Options& options, const Args& args) {
         return fail("the weather service could not be reached or gave no usable answer");
     const WeatherData& d = *listener.data;
     if (d.pressure <= 0) return fail("the weather service's answer holds no sea-level pressure");
-    if (!plausibleSlp(d.pressure))
-        return fail(implausible("the weather service's sea-level pressure", d.pressure) +
+    if (!orvex_host_plausible_slp(d.pressure))
+        return fail(implausibleSlp("the weather service's sea-level pressure", d.pressure) +
                     "; nothing stored");
 
     long long observed = static_cast<long long>(d.updateTime / 1000.0);
@@ -318,11 +206,26 @@ int calibrateFromService(const Options& options, const Args& args) {
     return 0;
 }
 
-int runCalibrate(const Options& options, const Args& args) {
+int runCalibrate(const Options& options, const Args& given) {
+    Args args = given;
+    gchar* timeout = nullptr;
+    GOptionEntry entries[] = {{"timeout", 0, 0, G_OPTION_ARG_STRING, &timeout, nullptr, nullptr},
+                              {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
+    int rc = 0;
+    const bool parsed = parseOptions(kCalibrate, args, entries, &rc);
+    const bool timed = timeout != nullptr;
+    const std::string timeoutText = timed ? timeout : "";
+    g_free(timeout);
+    if (!parsed) return rc;
     if (args.empty()) return usageError(kCalibrate, "expected agent, service or manual");
+    guint timeoutMs = args[0] == "service" ? 15000 : 10000;
+    if (timed && args[0] == "manual")
+        return usageError(kCalibrate, "expected: manual ALTITUDE_M PRESSURE_HPA");
+    if (timed && !parseTimeout(timeoutText, &timeoutMs))
+        return usageError(kCalibrate, "the time-out must be a positive number of seconds");
     if (!initialiseStore()) return fail("cannot create the settings store");
-    if (args[0] == "agent") return calibrateFromAgent(options, args);
-    if (args[0] == "service") return calibrateFromService(options, args);
+    if (args[0] == "agent") return calibrateFromAgent(options, args, timeoutMs);
+    if (args[0] == "service") return calibrateFromService(options, args, timeoutMs);
     if (args[0] == "manual") {
         double altitude = 0, pressure = 0;
         if (args.size() != 3 || !parseDouble(args[1], &altitude) ||
@@ -332,8 +235,8 @@ int runCalibrate(const Options& options, const Args& args) {
         if (altitude >= 44330.0) return fail("the altitude must be below 44330 m");
         OrvexStorageMgr* store = OrvexStorageMgr::getInstance();
         double slp = store->getManualSLP(altitude, pressure);
-        if (!plausibleSlp(slp))
-            return fail(implausible("the sea-level pressure", slp) + "; nothing stored");
+        if (!orvex_host_plausible_slp(slp))
+            return fail(implausibleSlp("the sea-level pressure", slp) + "; nothing stored");
         storeCalibration(store, slp, static_cast<long long>(time(nullptr)));
         return printCalibration(options, store, "known altitude");
     }
@@ -344,7 +247,7 @@ int runHistory(const Options& options, const Args& args) {
     if (!args.empty()) return usageError(kHistory, "takes no arguments");
     if (!initialiseStore()) return fail("cannot create the settings store");
     OrvexStorageMgr* store = OrvexStorageMgr::getInstance();
-    std::vector<Entry> entries = historyEntries(store);
+    std::vector<HistoryEntry> entries = storedHistory(store);
     long long last = calibrationTime(store);
     if (options.json) {
         JsonLine json;
@@ -363,57 +266,6 @@ int runHistory(const Options& options, const Args& args) {
     std::cout << "\n  time                  sea-level pressure\n";
     for (const auto& e : entries)
         std::cout << "  " << formatTime(e.time) << "   " << formatDouble(e.slp, 2) << " hPa\n";
-    return 0;
-}
-
-// No age given: an age of 0 is a value of its own.
-constexpr gint64 kNoAge = G_MININT64;
-
-int runAgent(const Options& options, const Args& args) {
-    if (!args.empty() && args[0] == "backend")
-        return runAgentBackend(options, Args(args.begin() + 1, args.end()));
-    if (!args.empty() && args[0] == "reset") {
-        if (args.size() != 1) return usageError(kAgent, "reset takes no arguments");
-        if (orvex_host_agent_reset() != 0) return fail("cannot store the agent's settings");
-    } else if (!args.empty() && args[0] == "set") {
-        gboolean silent = FALSE;
-        gchar *pressure = nullptr, *missing = nullptr, *empty = nullptr;
-        gint64 age = kNoAge;
-        GOptionEntry entries[] = {
-            {"silent", 0, 0, G_OPTION_ARG_NONE, &silent, nullptr, nullptr},
-            {"pressure", 0, 0, G_OPTION_ARG_STRING, &pressure, nullptr, nullptr},
-            {"age", 0, 0, G_OPTION_ARG_INT64, &age, nullptr, nullptr},
-            {"missing", 0, 0, G_OPTION_ARG_STRING, &missing, nullptr, nullptr},
-            {"empty", 0, 0, G_OPTION_ARG_STRING, &empty, nullptr, nullptr},
-            {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
-        Args rest(args.begin() + 1, args.end());
-        int rc = 0;
-        if (parseOptions(kAgent, rest, entries, &rc) && !rest.empty())
-            rc = usageError(kAgent, "unexpected argument '" + rest[0] + "'");
-        if (rc == 0) {
-            for (const char* key : {missing, empty})
-                if (key && std::string(key) != "refreshedTime" && std::string(key) != "pressure")
-                    rc = fail("the entry is refreshedTime or pressure");
-            if (rc == 0 && ((silent && orvex_host_agent_set_silent(1) != 0) ||
-                            (pressure && orvex_host_agent_set_pressure(pressure) != 0) ||
-                            (age != kNoAge && orvex_host_agent_set_age(age) != 0) ||
-                            (missing && orvex_host_agent_set_missing(missing) != 0) ||
-                            (empty && orvex_host_agent_set_empty(empty) != 0)))
-                rc = fail("cannot store the agent's settings");
-        }
-        g_free(pressure);
-        g_free(missing);
-        g_free(empty);
-        if (rc != 0) return rc;
-    } else if (!args.empty()) {
-        return usageError(kAgent, "expected set, reset or backend");
-    }
-    double slp = orvex_host_weather_slp(static_cast<double>(time(nullptr)));
-    if (options.json) {
-        JsonLine().add("weather_slp_hpa", slp).print();
-    } else {
-        printRows({{"simulated weather", formatDouble(slp, 2) + " hPa sea-level pressure now"}});
-    }
     return 0;
 }
 

@@ -3,6 +3,7 @@
 #include <orvex_host/location_control.h>
 #include <orvex_host/usage_log_control.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <ctime>
 #include <iostream>
@@ -19,18 +20,17 @@ namespace {
 int runLocation(const Options& options, const Args& args);
 int runUsage(const Options& options, const Args& args);
 
-// The usage text is put together at start, with the lines of 'location backend'.
+// The usage text is put together at start, with the host's back ends.
 const std::string kLocationUsage =
-    std::string(
-        "[--timeout SECONDS]\n"
-        "       orvex location set LATITUDE LONGITUDE [ALTITUDE_M]\n"
-        "       orvex location track FILE | track none\n") +
-    kLocationBackendUsage +
+    "[--timeout SECONDS]\n"
+    "       orvex location set LATITUDE LONGITUDE [ALTITUDE_M]\n"
+    "       orvex location track FILE | track none\n" +
+    locationBackendUsage() +
     "\n\n"
     "Enables location if it is off, starts the location manager and prints the position once the\n"
-    "service is up. 'set' configures the host's position, 'track' replays a track instead: a GPX\n"
-    "file of track points with elevation and time, or a CSV file of\n"
-    "\"seconds,latitude,longitude,altitude\" rows.";
+    "service is up; an altitude the source does not know (a 2D fix) is \"unknown\". 'set'\n"
+    "configures the host's position, 'track' replays a track instead: a GPX file of track points\n"
+    "with time (and elevation), or a CSV file of \"seconds,latitude,longitude,altitude\" rows.";
 const Command kLocation{"location", "read the position from the location service",
                         kLocationUsage.c_str(), runLocation};
 const Command kUsage{
@@ -58,6 +58,15 @@ public:
     bool available = false;
 };
 
+// Why the back end has no position, as the back end says (gpsd unreachable, no fix yet, a track
+// it cannot read): " (why)", or nothing.
+std::string problem() {
+    char* why = orvex_host_location_problem();
+    std::string text = why ? " (" + printable(why) + ")" : "";
+    g_free(why);
+    return text;
+}
+
 int readPosition(const Options& options, guint timeoutMs) {
     OrvexLocationMgr* mgr = OrvexLocationMgr::getInstance();
     if (!mgr) return fail("out of memory");
@@ -76,49 +85,59 @@ int readPosition(const Options& options, guint timeoutMs) {
     if (end == WaitEnd::Interrupted) {
         result = interruptedExit();
     } else if (end == WaitEnd::TimedOut) {
-        // The back end may know why: gpsd unreachable, no fix yet, a track it cannot read.
-        char* why = orvex_host_location_problem();
-        result = fail(std::string("the location service did not come up in time") +
-                      (why ? std::string(" (") + why + ")" : ""));
-        g_free(why);
+        result = fail("the location service did not come up in time" + problem());
     } else if (!listener.available) {
         result = fail("location stays off: enabling it was refused");
     } else if (mgr->getCurrentPosition(&lat, &lon, &alt) != 0) {
-        result = fail("the location service has no position");
+        result = fail("the location service has no position" + problem());
     } else if (options.json) {
+        // A position without altitude has none: null, which JsonLine gives a number it cannot show.
         JsonLine().add("latitude", lat).add("longitude", lon).add("altitude_m", alt).print();
     } else {
         printRows({{"latitude", formatDouble(lat, 6) + "°"},
                    {"longitude", formatDouble(lon, 6) + "°"},
-                   {"altitude", formatDouble(alt, 1) + " m"}});
+                   {"altitude", std::isnan(alt) ? "unknown" : formatDouble(alt, 1) + " m"}});
     }
     OrvexLocationMgr::deleteInstance();
     return result;
 }
 
 int runLocation(const Options& options, const Args& args) {
-    if (!args.empty() && args[0] == "set") {
+    // A variable that would be refused as an option is refused here too, before anything is done.
+    if (char* problem = orvex_host_location_config_problem()) {
+        std::string line = printable(problem);
+        g_free(problem);
+        return fail(line);
+    }
+    std::string sub = args.empty() ? "" : args[0];
+    Args rest(args.begin() + (sub == "set" || sub == "track" || sub == "backend"), args.end());
+    if (sub == "track") return runLocationTrack(options, rest);
+    if (sub == "backend") return runLocationBackend(kLocation, options, rest);
+    if (sub == "set") {
+        // Coordinates west and south are negative: no options here to take them for.
         double lat = 0, lon = 0, alt = 0;
-        if ((args.size() != 3 && args.size() != 4) || !parseDouble(args[1], &lat) ||
-            !parseDouble(args[2], &lon) || (args.size() == 4 && !parseDouble(args[3], &alt)))
+        if ((rest.size() != 2 && rest.size() != 3) || !parseDouble(rest[0], &lat) ||
+            !parseDouble(rest[1], &lon) || (rest.size() == 3 && !parseDouble(rest[2], &alt)))
             return usageError(kLocation, "expected: set LATITUDE LONGITUDE [ALTITUDE_M]");
         if (orvex_host_location_set_position(lat, lon, alt) != 0)
-            return fail("latitude is -90 to 90 and longitude -180 to 180");
+            return fail(locationSettingProblem(
+                "location_position",
+                rest[0] + "," + rest[1] + "," + (rest.size() == 3 ? rest[2] : "0")));
         orvex_host_location_set_track(nullptr);
         return 0;
     }
-    if (!args.empty() && (args[0] == "track" || args[0] == "backend")) {
-        Args rest(args.begin() + 1, args.end());
-        return args[0] == "track" ? runLocationTrack(options, rest)
-                                  : runLocationBackend(options, rest);
-    }
-    guint timeoutMs = 5000;
-    if (args.size() == 2 && args[0] == "--timeout") {
-        if (!parseTimeout(args[1], &timeoutMs))
-            return usageError(kLocation, "the time-out must be a positive number of seconds");
-    } else if (!args.empty()) {
-        return usageError(kLocation, "unknown argument '" + args[0] + "'");
-    }
+    gchar* timeout = nullptr;
+    GOptionEntry entries[] = {{"timeout", 0, 0, G_OPTION_ARG_STRING, &timeout, nullptr, nullptr},
+                              {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
+    int rc = 0;
+    bool parsed = parseOptions(kLocation, rest, entries, &rc);
+    std::string timeoutText = timeout ? timeout : "5";
+    g_free(timeout);
+    if (!parsed) return rc;
+    if (!rest.empty()) return usageError(kLocation, "unknown argument '" + rest[0] + "'");
+    guint timeoutMs = 0;
+    if (!parseTimeout(timeoutText, &timeoutMs))
+        return usageError(kLocation, "the time-out must be a positive number of seconds");
     return readPosition(options, timeoutMs);
 }
 
@@ -166,10 +185,8 @@ int runUsage(const Options& options, const Args& args) {
         } else {
             for (auto& c : f)
                 if (c == '\n') c = ' ';
-            time_t t = static_cast<time_t>(when);
-            char stamp[32];
-            strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", localtime(&t));
-            std::cout << stamp << "  " << (uri ? uri : "") << "  " << f << "\n";
+            std::cout << formatTime(when, "%Y-%m-%d %H:%M:%S") << "  " << (uri ? uri : "") << "  "
+                      << f << "\n";
         }
         free(uri);
         free(fields);

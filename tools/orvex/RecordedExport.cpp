@@ -6,11 +6,13 @@
 #include <algorithm>
 #include <cmath>
 #include <ctime>
-#include <fstream>
 #include <iostream>
-#include <regex>
+#include <sstream>
 
+#include "HistoryText.h"
 #include "OrvexStorageMgr.h"
+#include "ReplaceFile.h"
+#include "Tool.h"
 
 namespace orvex_tool {
 namespace {
@@ -23,18 +25,6 @@ std::string num(double v, int decimals) {
     snprintf(format, sizeof format, "%%.%df", decimals);
     char buf[G_ASCII_DTOSTR_BUF_SIZE];
     return g_ascii_formatd(buf, sizeof buf, format, v);
-}
-
-std::string timeText(long long t, const char* format, bool utc) {
-    time_t tt = static_cast<time_t>(t);
-    struct tm tmv;
-    if (utc)
-        gmtime_r(&tt, &tmv);
-    else
-        localtime_r(&tt, &tmv);
-    char buf[64];
-    strftime(buf, sizeof buf, format, &tmv);
-    return buf;
 }
 
 std::string escaped(const std::string& text) {
@@ -56,13 +46,7 @@ double niceStep(double span, int parts) {
 // Times of every calibration the store remembers: the history's entries and the last one.
 std::vector<long long> calibrationTimes(OrvexStorageMgr* store) {
     std::vector<long long> times;
-    char* raw = store->getDataSLPHistory();
-    std::string history = raw ? raw : "";
-    free(raw);
-    static const std::regex entry("T:(-?[0-9]{1,18});");
-    for (auto it = std::sregex_iterator(history.begin(), history.end(), entry);
-         it != std::sregex_iterator(); ++it)
-        times.push_back(std::stoll((*it)[1]));
+    for (const HistoryEntry& e : storedHistory(store)) times.push_back(e.time);
     try {
         if (long long last = store->getDataCalTime(); last > 0) times.push_back(last);
     } catch (const std::exception&) {
@@ -75,20 +59,23 @@ std::vector<long long> calibrationTimes(OrvexStorageMgr* store) {
 
 }  // namespace
 
-bool wantsRecordedExport(const Args& args) {
-    return (args.size() == 1 && args[0] == "--csv") || (args.size() == 2 && args[0] == "--svg");
+std::string leftOutText(size_t leftOut) {
+    return std::to_string(leftOut) + (leftOut == 1 ? " record" : " records") +
+           " left out (not a plausible pressure)";
 }
 
 void writeRecordedCsv(std::ostream& out, const Records& records, int distanceUnit) {
     OrvexStorageMgr* store = OrvexStorageMgr::getInstance();
     out << "time,pressure_hpa,altitude_" << distanceUnitSymbol(distanceUnit) << "\n";
-    for (const auto& [t, hpa] : records)
-        out << timeText(t, "%Y-%m-%dT%H:%M:%SZ", true) << ',' << num(hpa, 2) << ','
-            << num(metresTo(distanceUnit, store->getAltivalue(hpa)), 1) << "\n";
+    for (const auto& [t, hpa] : records) {
+        double altitude = metresTo(distanceUnit, store->getAltivalue(hpa));
+        out << formatTime(t, "%Y-%m-%dT%H:%M:%SZ", true) << ',' << num(hpa, 2) << ','
+            << (std::isfinite(altitude) ? num(altitude, 1) : "") << "\n";
+    }
 }
 
 void writeRecordedSvg(std::ostream& out, const Records& records, int pressureUnit,
-                      const std::vector<long long>& calibrations) {
+                      const std::vector<long long>& calibrations, size_t leftOut) {
     constexpr double kWidth = 800, kHeight = 420;
     constexpr double kLeft = 80, kRight = 770, kTop = 40, kBottom = 350;
     const std::string unit = pressureUnitSymbol(pressureUnit);
@@ -126,8 +113,8 @@ void writeRecordedSvg(std::ostream& out, const Records& records, int pressureUni
         << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n"
         << "<text x=\"" << (kLeft + kRight) / 2 << "\" y=\"24\" text-anchor=\"middle\" "
         << "font-size=\"15\">"
-        << escaped("Recorded pressure, " + timeText(t0, "%Y-%m-%d %H:%M", false) + " to " +
-                   timeText(t1, "%Y-%m-%d %H:%M", false))
+        << escaped("Recorded pressure, " + formatTime(t0, "%Y-%m-%d %H:%M", false) + " to " +
+                   formatTime(t1, "%Y-%m-%d %H:%M", false))
         << "</text>\n";
 
     // Pressure ticks and grid.
@@ -149,7 +136,8 @@ void writeRecordedSvg(std::ostream& out, const Records& records, int pressureUni
         out << "<line x1=\"" << num(x(t), 1) << "\" x2=\"" << num(x(t), 1) << "\" y1=\"" << kBottom
             << "\" y2=\"" << kBottom + 5 << "\" stroke=\"black\"/>\n"
             << "<text x=\"" << num(x(t), 1) << "\" y=\"" << kBottom + 20
-            << "\" text-anchor=\"middle\">" << escaped(timeText(t, "%H:%M", false)) << "</text>\n";
+            << "\" text-anchor=\"middle\">" << escaped(formatTime(t, "%H:%M", false))
+            << "</text>\n";
     out << "<polyline points=\"" << kLeft << ',' << kTop << ' ' << kLeft << ',' << kBottom << ' '
         << kRight << ',' << kBottom << "\" fill=\"none\" stroke=\"black\"/>\n"
         << "<text x=\"" << (kLeft + kRight) / 2 << "\" y=\"" << kBottom + 42
@@ -165,9 +153,13 @@ void writeRecordedSvg(std::ostream& out, const Records& records, int pressureUni
             << "\" stroke=\"#c62828\" stroke-width=\"1.5\" stroke-dasharray=\"6 4\"/>\n"
             << "<text x=\"" << num(x(c) - 4, 1) << "\" y=\"" << kTop + 12
             << "\" text-anchor=\"end\" fill=\"#c62828\">"
-            << escaped("calibrated " + timeText(c, "%H:%M", false)) << "</text>\n";
+            << escaped("calibrated " + formatTime(c, "%H:%M", false)) << "</text>\n";
     }
 
+    if (leftOut > 0)
+        out << "<text class=\"note\" x=\"" << kRight << "\" y=\"" << kHeight - 8
+            << "\" text-anchor=\"end\" fill=\"#c62828\">" << escaped(leftOutText(leftOut))
+            << "</text>\n";
     out << "<polyline class=\"pressure\" fill=\"none\" stroke=\"#1565c0\" stroke-width=\"2\" "
            "points=\"";
     for (size_t i = 0; i < values.size(); ++i)
@@ -175,20 +167,23 @@ void writeRecordedSvg(std::ostream& out, const Records& records, int pressureUni
     out << "\"/>\n</svg>\n";
 }
 
-int runRecordedExport(const Options&, const Args& args, const Records& records) {
-    if (!wantsRecordedExport(args)) return fail("expected --csv or --svg FILE");
-    if (records.empty()) return fail("no pressure was recorded in the last six hours");
+int exportRecords(ExportFormat format, const std::string& file, const Records& records,
+                  size_t leftOut) {
     OrvexStorageMgr* store = OrvexStorageMgr::getInstance();
-    if (args[0] == "--csv") {
-        writeRecordedCsv(std::cout, records, store->getSettingDistance());
+    std::ostringstream text;
+    if (format == ExportFormat::Csv)
+        writeRecordedCsv(text, records, store->getSettingDistance());
+    else
+        writeRecordedSvg(text, records, store->getSettingPressure(), calibrationTimes(store),
+                         leftOut);
+    if (file.empty()) {
+        std::cout << text.str();
         return std::cout.flush() ? 0 : fail("cannot write the rows");
     }
-    std::ofstream file(args[1], std::ios::out | std::ios::trunc);
-    if (!file) return fail("cannot create '" + args[1] + "'");
-    writeRecordedSvg(file, records, store->getSettingPressure(), calibrationTimes(store));
-    file.close();
-    if (!file) return fail("cannot write '" + args[1] + "'");
-    std::cout << "chart of " << records.size() << " records written to " << args[1] << "\n";
+    std::string error;
+    if (!replaceFile(file, text.str(), &error)) return fail(printable(error));
+    std::cout << (format == ExportFormat::Csv ? "rows of " : "chart of ") << records.size()
+              << " records written to " << printable(file) << "\n";
     return 0;
 }
 

@@ -2,34 +2,37 @@
 #ifndef ORVEX_TOOL_RECORDED_EXPORT_H
 #define ORVEX_TOOL_RECORDED_EXPORT_H
 
+#include <cstddef>
 #include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "Tool.h"
 
 namespace orvex_tool {
 
 // (time in seconds since the epoch, pressure in hPa), oldest first, as the recorder reports them.
 using Records = std::vector<std::pair<long long, double>>;
 
+// "2 records left out (not a plausible pressure)"
+std::string leftOutText(size_t leftOut);
+
 // "time,pressure_hpa,altitude_<unit>" and one row a record: UTC ISO time, hPa, and the altitude
-// against the stored sea-level pressure in the distance unit of the settings.
+// against the stored sea-level pressure in the distance unit of the settings (empty when that
+// reference gives none).
 void writeRecordedCsv(std::ostream& out, const Records& records, int distanceUnit);
 
 // A standalone SVG chart: time and pressure axes with ticks and units, the pressure line in the
-// pressure unit of the settings, and each calibration time within the records marked.
+// pressure unit of the settings, each calibration time within the records marked, and a note
+// when records were left out.
 void writeRecordedSvg(std::ostream& out, const Records& records, int pressureUnit,
-                      const std::vector<long long>& calibrations);
+                      const std::vector<long long>& calibrations, size_t leftOut);
 
-// `orvex recorded --csv` and `orvex recorded --svg FILE`, given what 'recorded' collected:
-// reads the units, sea-level pressure and calibration times from the store and writes the CSV to
-// stdout or the chart to FILE. Returns the exit code.
-int runRecordedExport(const Options& options, const Args& args, const Records& records);
+enum class ExportFormat { Csv, Svg };
 
-// Whether the arguments ask 'recorded' for an export rather than the terminal chart.
-bool wantsRecordedExport(const Args& args);
+// Writes the records with the units, sea-level pressure and calibration times of the store: the
+// CSV to stdout when file is empty, otherwise to file, replaced whole. Returns the exit code.
+int exportRecords(ExportFormat format, const std::string& file, const Records& records,
+                  size_t leftOut);
 
 }  // namespace orvex_tool
 

@@ -4,11 +4,13 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <iostream>
 
 #include <glib-unix.h>
 #include <glib.h>
 #include <json-glib/json-glib.h>
+#include <orvex_host/plausible.h>
 
 #include <csignal>
 
@@ -93,11 +95,22 @@ bool parseOptions(const Command& command, Args& args, GOptionEntry* entries, int
     auto** strv = static_cast<char**>(g_memdup2(argv.data(), argv.size() * sizeof(char*)));
     GOptionContext* context = g_option_context_new(nullptr);
     g_option_context_set_help_enabled(context, FALSE);
+    // A negative number ("-73.98", a longitude) is an argument, not an option: GLib leaves what it
+    // does not know, and only what is not a number is refused below.
+    g_option_context_set_ignore_unknown_options(context, TRUE);
     g_option_context_add_main_entries(context, entries, nullptr);
     GError* error = nullptr;
     bool ok = g_option_context_parse_strv(context, &strv, &error);
     if (ok) {
         args.assign(strv + 1, strv + g_strv_length(strv));
+        double number = 0;
+        for (const auto& a : args) {
+            if (a.size() > 1 && a[0] == '-' && !parseDouble(a, &number)) {
+                *rc = usageError(command, "Unknown option " + a);
+                ok = false;
+                break;
+            }
+        }
     } else {
         *rc = usageError(command, error->message);
         g_error_free(error);
@@ -162,6 +175,12 @@ JsonLine& JsonLine::beginArray(const std::string& key) {
 }
 
 JsonLine& JsonLine::beginObject() {
+    json_builder_begin_object(builder_);
+    return *this;
+}
+
+JsonLine& JsonLine::beginObject(const std::string& key) {
+    json_builder_set_member_name(builder_, key.c_str());
     json_builder_begin_object(builder_);
     return *this;
 }
@@ -263,6 +282,23 @@ std::string formatDouble(double value, int decimals) {
     char buf[64];
     snprintf(buf, sizeof buf, "%.*f", decimals, value);
     return buf;
+}
+
+std::string formatTime(long long t, const char* format, bool utc) {
+    const time_t tt = static_cast<time_t>(t);
+    struct tm tmv;
+    char buf[64];
+    if (tt != t || !(utc ? gmtime_r(&tt, &tmv) : localtime_r(&tt, &tmv)) ||
+        strftime(buf, sizeof buf, format, &tmv) == 0)
+        return std::to_string(t);
+    return buf;
+}
+
+std::string implausibleSlp(const std::string& what, double hpa) {
+    char text[160];
+    snprintf(text, sizeof text, "%s %g hPa is implausible (a sea-level pressure is %g to %g hPa)",
+             what.c_str(), hpa, ORVEX_HOST_SLP_MIN_HPA, ORVEX_HOST_SLP_MAX_HPA);
+    return text;
 }
 
 namespace {

@@ -71,6 +71,8 @@ public:
     // An array under key; objects and strings go into it until endArray().
     JsonLine& beginArray(const std::string& key);
     JsonLine& beginObject();
+    // An object under key; members go into it until endObject().
+    JsonLine& beginObject(const std::string& key);
     JsonLine& endObject();
     JsonLine& addString(const std::string& value);
     JsonLine& endArray();
@@ -92,6 +94,12 @@ const char* pressureUnitSymbol(int code);  // "hPa", "inHg", "mmHg"
 double metresTo(int distanceCode, double metres);
 double hpaTo(int pressureCode, double hpa);
 std::string formatDouble(double value, int decimals);
+// A time in seconds since the epoch with strftime's format, in local time or in UTC; the number
+// itself when the system has no date for it.
+std::string formatTime(long long t, const char* format, bool utc = false);
+
+// "WHAT 2000 hPa is implausible (a sea-level pressure is 850 to 1100 hPa)"
+std::string implausibleSlp(const std::string& what, double hpa);
 
 // Text from outside (a server's error, a file name) made safe for a terminal: control characters,
 // escape sequences and line breaks included, are shown as \xNN, so they can neither move the cursor

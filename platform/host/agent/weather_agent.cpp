@@ -1,27 +1,66 @@
-// The weather agent: answers weather requests with the host's simulated weather, or with the
-// sea-level pressure a real source reports (weather_agent_openmeteo.cpp).
+// The weather agent: takes the application's weather requests and has the chosen back end answer
+// them. kBackends is the only list of back ends.
 #include <cerrno>
-#include <climits>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "agent/agent_internal.h"
 #include "apps/app_registry.h"
 #include "core/host_internal.h"
-#include "orvex_host/app_control_control.h"
-#include "orvex_host/control.h"
+#include "orvex_host/agent_control.h"
+
+namespace orvex_host {
+namespace agent {
+
+const char* const kAgentId = "com.marveno.weather-agent";
+
+const Backend kBackends[] = {
+    {"sim", "the simulated weather agent (the default)", false, &makeSimSource},
+    {"open-meteo",
+     "the current sea-level pressure at the location service's position from the keyless "
+     "Open-Meteo forecast API, over HTTPS",
+     true, &makeOpenMeteoSource},
+};
+const int kBackendCount = static_cast<int>(sizeof kBackends / sizeof kBackends[0]);
+
+int storeConfig(const char* key, const char* value) {
+    return setConfig(key, value ? std::optional<std::string>(value) : std::nullopt) ? 0 : -EIO;
+}
 
 namespace {
 
-const char* const kAgentId = "com.marveno.weather-agent";
 int g_requests = 0;
 // Why the last request got no answer; empty once a request is under way again.
 std::string g_problem;
 void (*g_problemCb)(const char*, void*) = nullptr;
 void* g_problemData = nullptr;
+
+// Each back end's source, made when it is first asked and kept until a reset, so that a fetch
+// under way still answers after another back end was chosen.
+std::vector<std::unique_ptr<Source>> g_sources;
+
+// The back end's place in kBackends, or -1.
+int find(const std::string& name) {
+    for (int i = 0; i < kBackendCount; ++i)
+        if (name == kBackends[i].name) return i;
+    return -1;
+}
+
+// "sim or open-meteo": the names as a message offers them.
+std::string alternatives() {
+    std::string text;
+    for (int i = 0; i < kBackendCount; ++i)
+        text += std::string(i == 0                   ? ""
+                            : i + 1 == kBackendCount ? " or "
+                                                     : ", ") +
+                kBackends[i].name;
+    return text;
+}
+
+std::string chosenName() { return config("agent_backend").value_or(kBackends[0].name); }
 
 std::string extra(app_control_h request, const char* key) {
     char* value = nullptr;
@@ -31,110 +70,66 @@ std::string extra(app_control_h request, const char* key) {
     return out;
 }
 
-void addEntry(bundle* b, const char* key, const std::string& value) {
-    if (orvex_host::config("agent_missing").value_or("") == key) return;
-    bundle_add_str(b, key,
-                   orvex_host::config("agent_empty").value_or("") == key ? "" : value.c_str());
-}
-
 void handleLaunch(app_control_h request) {
     if (extra(request, "MESSAGE") != "GET_CURRENT_WEATHER_INFO") return;
     ++g_requests;
     g_problem.clear();
-    std::string port = extra(request, "PORT_ID");
-    std::string backend = orvex_host::config("agent_backend").value_or("sim");
-    if (backend == "open-meteo") {
-        if (!port.empty()) orvex_host::openMeteoRequest(port, kAgentId);
+    const std::string port = extra(request, "PORT_ID");
+    const std::string name = chosenName();
+    const int index = find(name);
+    if (index < 0) {
+        problem("unknown weather agent back end '" + name + "' (" + alternatives() + ")");
         return;
     }
-    if (backend != "sim") {
-        orvex_host::agentProblem("unknown weather agent back end '" + backend +
-                                 "' (sim or open-meteo)");
-        return;
-    }
-    if (orvex_host::config("agent_silent").value_or("0") != "0") return;
     if (port.empty()) return;
-
-    long long age = atoll(orvex_host::config("agent_age").value_or("0").c_str());
-    // A stored age may be anything: an observation further off than a long long can say is
-    // reported at the far end instead of wrapping round.
-    long long observed;
-    if (__builtin_sub_overflow(static_cast<long long>(time(nullptr)), age, &observed))
-        observed = age < 0 ? LLONG_MAX : LLONG_MIN;
-    std::string pressure;
-    if (auto fixed = orvex_host::config("agent_pressure")) {
-        pressure = *fixed;
-    } else {
-        char buf[32];
-        snprintf(buf, sizeof buf, "%.2f", orvex_host_weather_slp(static_cast<double>(observed)));
-        pressure = buf;
-    }
-
-    bundle* reply = bundle_create();
-    if (!reply) return;
-    addEntry(reply, "refreshedTime", std::to_string(observed));
-    addEntry(reply, "pressure", pressure);
-    orvex_host::postToLocalPort(port.c_str(), kAgentId, reply);
-    bundle_free(reply);
+    g_sources.resize(kBackendCount);
+    std::unique_ptr<Source>& source = g_sources[index];
+    if (!source) source = kBackends[index].make();
+    if (source) source->answer(port);
 }
 
-void resetCount() {
+void resetAgent() {
     g_requests = 0;
     g_problem.clear();
     g_problemCb = nullptr;
+    g_sources.clear();
 }
 
-[[maybe_unused]] const bool g_app = orvex_host::registerApp(kAgentId, &handleLaunch);
-[[maybe_unused]] const bool g_reset = orvex_host::onReset(&resetCount);
-
-int store(const char* key, const char* value) {
-    return orvex_host::setConfig(key, value ? std::optional<std::string>(value) : std::nullopt)
-               ? 0
-               : -EIO;
-}
+[[maybe_unused]] const bool g_app = registerApp(kAgentId, &handleLaunch);
+[[maybe_unused]] const bool g_reset = onReset(&resetAgent);
 
 }  // namespace
 
-void orvex_host::agentProblem(const std::string& why) {
+void problem(const std::string& why) {
     g_problem = why;
     if (g_problemCb) g_problemCb(g_problem.c_str(), g_problemData);
 }
 
-extern "C" int orvex_host_agent_set_pressure(const char* text) {
-    return store("agent_pressure", text);
-}
+}  // namespace agent
+}  // namespace orvex_host
 
-extern "C" int orvex_host_agent_set_age(long long seconds) {
-    return store("agent_age", std::to_string(seconds).c_str());
-}
-
-extern "C" int orvex_host_agent_set_missing(const char* key) { return store("agent_missing", key); }
-
-extern "C" int orvex_host_agent_set_empty(const char* key) { return store("agent_empty", key); }
-
-extern "C" int orvex_host_agent_set_silent(int silent) {
-    return store("agent_silent", silent ? "1" : nullptr);
-}
-
-extern "C" int orvex_host_agent_reset(void) {
-    int rc = 0;
-    for (const char* key :
-         {"agent_pressure", "agent_age", "agent_missing", "agent_empty", "agent_silent"})
-        rc |= store(key, nullptr);
-    return rc;
-}
+using namespace orvex_host::agent;
 
 extern "C" int orvex_host_agent_request_count(void) { return g_requests; }
 
 extern "C" int orvex_host_agent_set_backend(const char* name) {
-    if (name && strcmp(name, "sim") != 0 && strcmp(name, "open-meteo") != 0) return -EINVAL;
-    return store("agent_backend", name);
+    if (name && find(name) < 0) return -EINVAL;
+    return storeConfig("agent_backend", name);
 }
 
 extern "C" const char* orvex_host_agent_backend(void) {
     static std::string copy;
-    copy = orvex_host::config("agent_backend").value_or("sim");
+    copy = chosenName();
     return copy.c_str();
+}
+
+extern "C" int orvex_host_agent_backend_info_get(int index, orvex_host_agent_backend_info* info) {
+    if (index < 0 || index >= kBackendCount) return -ERANGE;
+    if (!info) return -EINVAL;
+    info->name = kBackends[index].name;
+    info->summary = kBackends[index].summary;
+    info->fetches = kBackends[index].fetches ? 1 : 0;
+    return 0;
 }
 
 extern "C" const char* orvex_host_agent_problem(void) {
@@ -147,4 +142,11 @@ extern "C" void orvex_host_agent_on_problem(void (*callback)(const char* why, vo
                                             void* data) {
     g_problemCb = callback;
     g_problemData = data;
+}
+
+extern "C" int orvex_host_agent_fetches(void) {
+    int n = 0;
+    for (const auto& source : g_sources)
+        if (source) n += source->pending();
+    return n;
 }

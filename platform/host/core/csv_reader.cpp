@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 #include <fstream>
+#include <utility>
 
 namespace orvex_host {
 namespace {
@@ -61,39 +62,62 @@ CsvTable readCsv(const std::string& path, size_t columns, const char* rowFormat,
         table.error = path + ": cannot read (" + (err ? strerror(err) : "unknown error") + ")";
         return table;
     }
+    CsvParser parser(path, columns, rowFormat);
     std::string line;
-    std::vector<double> row;
-    bool headerAllowed = true;
-    for (size_t number = 1; std::getline(in, line); ++number) {
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        // A byte-order mark would hide whether the first line starts with a number.
-        if (number == 1 && line.compare(0, 3, "\xEF\xBB\xBF") == 0) line.erase(0, 3);
-        size_t first = line.find_first_not_of(" \t");
-        if (first == std::string::npos || line[first] == '#') continue;
-        if (headerAllowed) {
-            headerAllowed = false;
-            if (!startsWithNumber(line.c_str() + first)) continue;
+    while (std::getline(in, line)) {
+        CsvParser::Result r = parser.line(line);
+        if (r == CsvParser::Row && check) {
+            std::string problem =
+                check(parser.row(), table.rows.empty() ? nullptr : &table.rows.back());
+            if (!problem.empty()) parser.refuse(problem);
         }
-        auto fail = [&](const std::string& what) {
+        if (!parser.error().empty()) {
+            table.error = parser.error();
             table.rows.clear();
-            table.error = path + ":" + std::to_string(number) + ": " + what;
             return table;
-        };
-        if (!parseRow(line, columns, &row))
-            return fail("expected " + std::to_string(columns) + " numbers (" + rowFormat + ")");
-        if (check) {
-            std::string problem = check(row, table.rows.empty() ? nullptr : &table.rows.back());
-            if (!problem.empty()) return fail(problem);
         }
-        table.rows.push_back(row);
+        if (r == CsvParser::Row) table.rows.push_back(parser.row());
     }
     if (in.bad()) {
         table.rows.clear();
         table.error = path + ": cannot read";
-    } else if (table.rows.empty()) {
-        table.error = path + ": no rows";
+    } else if (!parser.finish()) {
+        table.error = parser.error();
     }
     return table;
+}
+
+CsvParser::CsvParser(std::string name, size_t columns, const char* rowFormat)
+    : name_(std::move(name)), columns_(columns), rowFormat_(rowFormat) {}
+
+CsvParser::Result CsvParser::line(std::string_view text) {
+    if (!error_.empty()) return Bad;
+    ++number_;
+    if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
+    // A byte-order mark would hide whether the first line starts with a number.
+    if (number_ == 1 && text.substr(0, 3) == "\xEF\xBB\xBF") text.remove_prefix(3);
+    size_t first = text.find_first_not_of(" \t");
+    if (first == std::string_view::npos || text[first] == '#') return Skipped;
+    std::string copy(text);  // parseRow needs the terminating NUL
+    if (headerAllowed_) {
+        headerAllowed_ = false;
+        if (!startsWithNumber(copy.c_str() + first)) return Skipped;
+    }
+    if (!parseRow(copy, columns_, &row_)) {
+        refuse("expected " + std::to_string(columns_) + " numbers (" + rowFormat_ + ")");
+        return Bad;
+    }
+    ++rows_;
+    return Row;
+}
+
+void CsvParser::refuse(const std::string& what) {
+    if (error_.empty()) error_ = name_ + ":" + std::to_string(number_) + ": " + what;
+}
+
+bool CsvParser::finish() {
+    if (error_.empty() && rows_ == 0) error_ = name_ + ": no rows";
+    return error_.empty();
 }
 
 }  // namespace orvex_host

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace orvex_host {
@@ -28,6 +29,34 @@ using CsvRowCheck =
     std::function<std::string(const std::vector<double>& row, const std::vector<double>* previous)>;
 CsvTable readCsv(const std::string& path, size_t columns, const char* rowFormat,
                  const CsvRowCheck& check);
+
+// The same rules fed one line at a time, for readers that take a file in slices and keep its rows
+// in a form of their own.
+class CsvParser {
+public:
+    CsvParser(std::string name, size_t columns, const char* rowFormat);
+
+    enum Result { Row, Skipped, Bad };
+    // One line, without its line end. Row: row() holds its numbers. Bad: error() says why, as
+    // "NAME:LINE: ...", and the parser takes no more lines.
+    Result line(std::string_view text);
+    const std::vector<double>& row() const { return row_; }
+    // Refuses the row line() just returned, with "NAME:LINE: " + what.
+    void refuse(const std::string& what);
+    // After the last line: false, with "NAME: no rows", when there was no row.
+    bool finish();
+    const std::string& error() const { return error_; }
+
+private:
+    std::string name_;
+    size_t columns_;
+    const char* rowFormat_;
+    size_t number_ = 0;
+    size_t rows_ = 0;
+    bool headerAllowed_ = true;
+    std::vector<double> row_;
+    std::string error_;
+};
 
 }  // namespace orvex_host
 

@@ -86,11 +86,6 @@ ConfigStamp lastConfigStamp();
 // lastConfigStamp(): for the sensor back ends, whose chooser has just looked.
 double weatherSlp(double t);
 
-// The weather agent's Open-Meteo back end: fetches the pressure for the current position and
-// answers on `port`, or reports why not through agentProblem().
-void openMeteoRequest(const std::string& port, const char* agentId);
-void agentProblem(const std::string& why);
-
 // A prepared statement that finalises itself, or one borrowed from a StmtCache that is reset and
 // unbound when the Stmt goes (ending its read transaction).
 class Stmt {

@@ -1,21 +1,16 @@
-// Location service: a configured position, a replayed track or gpsd, with the enabling dialogue
-// and service-state notifications delivered on the main loop.
+// The location service's C interface: managers, the enabling dialogue and service-state
+// notifications on the main loop, over the source of the back end chosen.
 #include <glib.h>
-#include <glib/gstdio.h>
 
 #include <cerrno>
-#include <cmath>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <ctime>
 #include <new>
 #include <optional>
 #include <set>
 #include <string>
-#include <vector>
 
 #include "core/host_internal.h"
-#include "location/location_internal.h"
+#include "location/location_source.h"
 #include "orvex_host/location_control.h"
 #include "platform/location_manager.h"
 
@@ -29,15 +24,13 @@ struct location_manager_s {
 
 namespace {
 
+using orvex_host::location::chosenSource;
 using orvex_host::location::Fix;
-using orvex_host::location::TrackPoint;
+using orvex_host::location::flag;
+using orvex_host::location::Source;
 
-// An alpine town: a plausible place for an altimeter to stand.
-constexpr Fix kDefaultFix{47.2692, 11.4041, 574.0};
 // Time the service takes to come up after start.
 constexpr guint kServiceDelayMs = 100;
-constexpr const char* kDefaultGpsdHost = "localhost";
-constexpr int kDefaultGpsdPort = 2947;
 
 std::set<location_manager_h> g_managers;
 location_enabling_method_result_cb g_enableCb = nullptr;
@@ -46,11 +39,7 @@ location_setting_changed_cb g_settingCb = nullptr;
 void* g_settingData = nullptr;
 std::optional<Fix> g_lastFix;
 time_t g_lastTime = 0;
-
-bool flag(const char* key, bool fallback) {
-    auto v = orvex_host::config(key);
-    return v ? *v != "0" : fallback;
-}
+std::string g_reportedProblem;  // the settings' problem last logged
 
 bool setFlag(const char* key, int value) {
     return orvex_host::setConfig(key, std::string(value ? "1" : "0"));
@@ -58,77 +47,21 @@ bool setFlag(const char* key, int value) {
 
 double nowSeconds() { return static_cast<double>(g_get_real_time()) / 1e6; }
 
-std::string backendName() {
-    if (auto name = orvex_host::config("location_backend")) return *name;
-    return orvex_host::config("location_track") ? "track" : "fixed";
-}
-
-std::string gpsdHost() {
-    auto host = orvex_host::config("location_gpsd_host");
-    return host && !host->empty() ? *host : kDefaultGpsdHost;
-}
-
-int gpsdPort() {
-    auto port = orvex_host::config("location_gpsd_port");
-    int p = port ? atoi(port->c_str()) : 0;
-    return p > 0 && p < 65536 ? p : kDefaultGpsdPort;
-}
-
-// The track file read once per version of it: positions are asked for far more often than
-// tracks change.
-struct TrackCache {
-    std::string path;
-    gint64 mtime = -1;
-    gint64 size = -1;
-    std::vector<TrackPoint> points;
-    std::string error;
-} g_track;
-
-const TrackCache& track(const std::string& path) {
-    GStatBuf st{};
-    bool found = g_stat(path.c_str(), &st) == 0;
-    gint64 mtime = found ? static_cast<gint64>(st.st_mtime) : -1;
-    gint64 size = found ? static_cast<gint64>(st.st_size) : -1;
-    if (path != g_track.path || mtime != g_track.mtime || size != g_track.size) {
-        g_track = TrackCache{path, mtime, size, {}, {}};
-        g_track.points = orvex_host::location::readTrack(path, &g_track.error);
-    }
-    return g_track;
-}
-
-// The configured position, or the track's point at `sinceStart` seconds. Fails (and says why in
-// the log) when the chosen track cannot be read.
-bool currentFix(double sinceStart, Fix* out) {
-    if (backendName() == "track") {
-        auto path = orvex_host::config("location_track");
-        if (!path) {
-            orvex_host::location::logError("location back end 'track' without a track file");
-            return false;
-        }
-        const TrackCache& t = track(*path);
-        if (t.points.empty()) {
-            orvex_host::location::logError(t.error);
-            return false;
-        }
-        *out = t.points.front().fix;
-        for (const auto& p : t.points)
-            if (p.seconds <= sinceStart) *out = p.fix;
-        return true;
-    }
-    *out = kDefaultFix;
-    if (auto pos = orvex_host::config("location_position")) {
-        Fix f{};
-        if (sscanf(pos->c_str(), "%lf,%lf,%lf", &f.latitude, &f.longitude, &f.altitude) == 3)
-            *out = f;
-    }
-    return true;
+// The source, or none when the settings cannot be used: that is logged once.
+Source* source() {
+    Source* s = chosenSource();
+    std::string problem = s ? "" : orvex_host::location::configProblem();
+    if (!problem.empty() && problem != g_reportedProblem) orvex_host::location::logError(problem);
+    g_reportedProblem = problem;
+    return s;
 }
 
 gboolean deliverState(gpointer data) {
     auto* m = static_cast<location_manager_h>(data);
     m->pendingState = 0;
-    // The fix was lost meanwhile: the next one brings the service up.
-    if (backendName() == "gpsd" && !orvex_host::location::gpsdFix()) return G_SOURCE_REMOVE;
+    // The source went down meanwhile: it says when it comes up.
+    Source* s = source();
+    if (!s || !s->up()) return G_SOURCE_REMOVE;
     if (m->stateCb)
         m->stateCb(
             flag("location_enabled", true) ? LOCATIONS_SERVICE_ENABLED : LOCATIONS_SERVICE_DISABLED,
@@ -162,11 +95,10 @@ void resetLocation() {
         delete m;
     }
     g_managers.clear();
-    orvex_host::location::gpsdStop();
-    g_track = TrackCache{};
     g_enableCb = nullptr;
     g_settingCb = nullptr;
     g_lastFix.reset();
+    g_reportedProblem.clear();
 }
 
 [[maybe_unused]] const bool g_reset = orvex_host::onReset(&resetLocation);
@@ -191,58 +123,64 @@ void queueState(int state) {
         if (m->started) g_idle_add(deliverInjected, new InjectedState{m, state});
 }
 
-// With gpsd the service is up while it has a fix, as a receiver's is; its fixes are the last
-// known position.
-void gpsdFix(const std::optional<Fix>& fix, bool changed) {
-    if (fix) {
-        g_lastFix = fix;
-        g_lastTime = time(nullptr);
-    }
-    if (changed)
-        queueState(fix && flag("location_enabled", true) ? LOCATIONS_SERVICE_ENABLED
-                                                         : LOCATIONS_SERVICE_DISABLED);
+}  // namespace
+
+namespace orvex_host {
+namespace location {
+
+void sourceUp(bool up) {
+    queueState(up && flag("location_enabled", true) ? LOCATIONS_SERVICE_ENABLED
+                                                    : LOCATIONS_SERVICE_DISABLED);
 }
 
-// The gpsd client runs while a manager is started on that back end.
-void updateGpsd() {
+void sourceFix(const Fix& fix) {
+    g_lastFix = fix;
+    g_lastTime = time(nullptr);
+}
+
+}  // namespace location
+}  // namespace orvex_host
+
+namespace {
+
+// Whether any manager is started: the chosen source runs while one is.
+void updateSource() {
     bool wanted = false;
     for (auto m : g_managers) wanted = wanted || m->started;
-    if (wanted && backendName() == "gpsd")
-        orvex_host::location::gpsdStart(gpsdHost(), gpsdPort(), &gpsdFix);
-    else
-        orvex_host::location::gpsdStop();
+    orvex_host::location::runChosen(wanted);
 }
 
 bool isHybrid(location_method_e method) { return method == LOCATIONS_METHOD_HYBRID; }
+
+// The position of a started manager now; nullptr with the failure in *rc.
+std::optional<Fix> current(location_manager_h manager, int* rc) {
+    *rc = LOCATIONS_ERROR_SERVICE_NOT_AVAILABLE;
+    if (!manager->started || !flag("location_enabled", true)) return std::nullopt;
+    Source* s = source();
+    auto fix = s ? s->position(nowSeconds() - manager->startedAt) : std::nullopt;
+    if (fix) *rc = LOCATIONS_ERROR_NONE;
+    return fix;
+}
 
 int position(location_manager_h manager, double* altitude, double* latitude, double* longitude,
              time_t* timestamp, bool last) {
     if (!valid(manager) || !altitude || !latitude || !longitude)
         return LOCATIONS_ERROR_INVALID_PARAMETER;
-    Fix fix;
-    time_t when;
+    std::optional<Fix> fix = g_lastFix;
+    time_t when = g_lastTime;
     if (last) {
-        if (!g_lastFix) return LOCATIONS_ERROR_SERVICE_NOT_AVAILABLE;
-        fix = *g_lastFix;
-        when = g_lastTime;
+        if (!fix) return LOCATIONS_ERROR_SERVICE_NOT_AVAILABLE;
     } else {
-        if (!manager->started || !flag("location_enabled", true))
-            return LOCATIONS_ERROR_SERVICE_NOT_AVAILABLE;
-        if (backendName() == "gpsd") {
-            // Until the receiver has a fix there is no position, as on a watch under a roof.
-            auto f = orvex_host::location::gpsdFix();
-            if (!f) return LOCATIONS_ERROR_SERVICE_NOT_AVAILABLE;
-            fix = *f;
-        } else if (!currentFix(nowSeconds() - manager->startedAt, &fix)) {
-            return LOCATIONS_ERROR_SERVICE_NOT_AVAILABLE;
-        }
+        int rc;
+        fix = current(manager, &rc);
+        if (!fix) return rc;
         when = time(nullptr);
         g_lastFix = fix;
         g_lastTime = when;
     }
-    *altitude = fix.altitude;
-    *latitude = fix.latitude;
-    *longitude = fix.longitude;
+    *altitude = fix->altitude;
+    *latitude = fix->latitude;
+    *longitude = fix->longitude;
     if (timestamp) *timestamp = when;
     return LOCATIONS_ERROR_NONE;
 }
@@ -319,7 +257,7 @@ extern "C" int location_manager_destroy(location_manager_h manager) {
     if (manager->pendingState) g_source_remove(manager->pendingState);
     g_managers.erase(manager);
     delete manager;
-    updateGpsd();
+    updateSource();
     return LOCATIONS_ERROR_NONE;
 }
 
@@ -327,12 +265,13 @@ extern "C" int location_manager_start(location_manager_h manager) {
     ORVEX_HOST_FAULT_RETURN("location_manager_start");
     if (!valid(manager)) return LOCATIONS_ERROR_INVALID_PARAMETER;
     if (!flag("location_enabled", true)) return LOCATIONS_ERROR_GPS_SETTING_OFF;
+    if (!source()) return LOCATIONS_ERROR_SERVICE_NOT_AVAILABLE;
     if (!manager->started) manager->startedAt = nowSeconds();
     manager->started = true;
-    updateGpsd();
-    // gpsd reports the service up with its first fix.
-    bool waitForFix = backendName() == "gpsd" && !orvex_host::location::gpsdFix();
-    if (!manager->pendingState && !waitForFix)
+    updateSource();
+    // A source that is not up yet (no fix, a track still being read) says when it is.
+    Source* s = source();
+    if (!manager->pendingState && s && s->up())
         manager->pendingState = g_timeout_add(kServiceDelayMs, deliverState, manager);
     return LOCATIONS_ERROR_NONE;
 }
@@ -345,7 +284,7 @@ extern "C" int location_manager_stop(location_manager_h manager) {
         g_source_remove(manager->pendingState);
         manager->pendingState = 0;
     }
-    updateGpsd();
+    updateSource();
     return LOCATIONS_ERROR_NONE;
 }
 
@@ -392,38 +331,41 @@ extern "C" int location_manager_get_last_position(location_manager_h manager, do
     return position(manager, altitude, latitude, longitude, timestamp, true);
 }
 
-extern "C" int orvex_host_location_set_position(double latitude, double longitude,
-                                                double altitude) {
-    if (std::fabs(latitude) > 90 || std::fabs(longitude) > 180) return -EINVAL;
-    char buf[96];
-    snprintf(buf, sizeof buf, "%.7f,%.7f,%.2f", latitude, longitude, altitude);
-    return orvex_host::setConfig("location_position", std::string(buf)) ? 0 : -EIO;
+extern "C" int location_manager_get_accuracy(location_manager_h manager,
+                                             location_accuracy_level_e* level, double* horizontal,
+                                             double* vertical) {
+    ORVEX_HOST_FAULT_RETURN("location_manager_get_accuracy");
+    if (!valid(manager) || !level || !horizontal || !vertical)
+        return LOCATIONS_ERROR_INVALID_PARAMETER;
+    int rc;
+    auto fix = current(manager, &rc);
+    if (!fix) return rc;
+    // Every source here gives a point, not an area; how good it is, the errors say.
+    *level = LOCATIONS_ACCURACY_DETAILED;
+    *horizontal = fix->horizontalError;
+    *vertical = fix->verticalError;
+    return LOCATIONS_ERROR_NONE;
 }
 
-extern "C" char* orvex_host_location_track_problem(const char* path) {
-    if (!path) return g_strdup("no track file given");
-    std::string error;
-    if (!orvex_host::location::readTrack(path, &error).empty()) return nullptr;
-    return g_strdup(error.c_str());
-}
-
-extern "C" int orvex_host_location_set_track(const char* path) {
-    if (path) {
-        char* problem = orvex_host_location_track_problem(path);
-        g_free(problem);
-        if (problem) return -EINVAL;
-    }
-    bool ok = orvex_host::setConfig("location_track",
-                                    path ? std::optional<std::string>(path) : std::nullopt) &&
-              orvex_host::setConfig("location_backend", std::string(path ? "track" : "fixed"));
-    return ok ? 0 : -EIO;
+extern "C" int location_manager_get_velocity(location_manager_h manager, double* climb,
+                                             double* direction, double* speed) {
+    ORVEX_HOST_FAULT_RETURN("location_manager_get_velocity");
+    if (!valid(manager) || !climb || !direction || !speed) return LOCATIONS_ERROR_INVALID_PARAMETER;
+    int rc;
+    auto fix = current(manager, &rc);
+    if (!fix) return rc;
+    *climb = fix->climb;
+    *direction = fix->direction;
+    *speed = fix->speed;
+    return LOCATIONS_ERROR_NONE;
 }
 
 extern "C" int orvex_host_location_set_backend(const char* name) {
-    if (name && strcmp(name, "fixed") != 0 && strcmp(name, "track") != 0 &&
-        strcmp(name, "gpsd") != 0)
-        return -EINVAL;
-    if (name && !strcmp(name, "track") && !orvex_host::config("location_track")) return -ENOENT;
+    using namespace orvex_host::location;
+    const Backend* b = name ? findBackend(name) : nullptr;
+    if (name && !b) return -EINVAL;
+    const char* required = b ? prototype(b).required() : nullptr;
+    if (required && !orvex_host::config(required)) return -ENOENT;
     return orvex_host::setConfig("location_backend",
                                  name ? std::optional<std::string>(name) : std::nullopt)
                ? 0
@@ -431,36 +373,39 @@ extern "C" int orvex_host_location_set_backend(const char* name) {
 }
 
 extern "C" const char* orvex_host_location_backend(void) {
-    std::string name = backendName();
-    for (const char* known : {"fixed", "track", "gpsd"})
-        if (name == known) return known;
-    return "fixed";
+    return orvex_host::location::chosenName();
+}
+
+extern "C" const char* orvex_host_location_backend_name(int i) {
+    const auto* b = orvex_host::location::backends();
+    for (int k = 0; k < i && b->name; ++k) ++b;
+    return i < 0 ? nullptr : b->name;
+}
+
+extern "C" const char* orvex_host_location_backend_summary(int i) {
+    const auto* b = orvex_host::location::backends();
+    for (int k = 0; k < i && b->name; ++k) ++b;
+    return i < 0 ? nullptr : b->summary;
 }
 
 extern "C" char* orvex_host_location_problem(void) {
-    std::string name = backendName();
-    std::string problem;
-    if (name == "gpsd") {
-        problem = orvex_host::location::gpsdProblem();
-    } else if (name == "track") {
-        auto path = orvex_host::config("location_track");
-        problem = path ? track(*path).error : "no track file set";
+    std::string problem = orvex_host::location::configProblem();
+    if (problem.empty()) {
+        Source* s = source();
+        problem = s ? s->problem() : "";
     }
     return problem.empty() ? nullptr : g_strdup(problem.c_str());
 }
 
-extern "C" int orvex_host_location_set_gpsd(const char* host, int port) {
-    if (port < 0 || port > 65535) return -EINVAL;
-    bool ok = orvex_host::setConfig("location_gpsd_host",
-                                    host ? std::optional<std::string>(host) : std::nullopt) &&
-              orvex_host::setConfig(
-                  "location_gpsd_port",
-                  port ? std::optional<std::string>(std::to_string(port)) : std::nullopt);
-    return ok ? 0 : -EIO;
+extern "C" char* orvex_host_location_config_problem(void) {
+    std::string problem = orvex_host::location::configProblem();
+    return problem.empty() ? nullptr : g_strdup(problem.c_str());
 }
 
-extern "C" char* orvex_host_location_gpsd_address(void) {
-    return g_strdup_printf("%s:%d", gpsdHost().c_str(), gpsdPort());
+extern "C" char* orvex_host_location_setting_problem(const char* key, const char* value) {
+    if (!key || !value) return g_strdup("no setting given");
+    std::string problem = orvex_host::location::settingProblem(key, value);
+    return problem.empty() ? nullptr : g_strdup(problem.c_str());
 }
 
 extern "C" int orvex_host_location_set_supported(int supported) {

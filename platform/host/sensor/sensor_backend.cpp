@@ -1,11 +1,13 @@
-// Chooses the pressure back end from the host configuration and gives the sensor service its
-// readings.
+// The table of pressure back ends, the chooser that makes one from the host configuration, and the
+// door every reading passes before the sensor service or the recorder sees it.
 #include <glib.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include "core/host_internal.h"
+#include "orvex_host/plausible.h"
 #include "orvex_host/sensor_control.h"
 #include "sensor/sensor_backend.h"
 
@@ -15,13 +17,34 @@ namespace {
 
 constexpr const char* kDefaultIioRoot = "/sys/bus/iio/devices";
 
+// The only list of back ends; the first is the default.
+constexpr Kind kKinds[] = {
+    {"sim", "a simulated walker under the simulated weather (the default)", &makeSimBackend},
+    {"iio", "a Linux IIO barometer", &makeIioBackend},
+    {"trace", "replay of a CSV file of \"seconds,hPa\" rows", &makeTraceBackend},
+};
+constexpr int kKindCount = static_cast<int>(sizeof kKinds / sizeof kKinds[0]);
+
+const Kind* findKind(const std::string& name) {
+    for (const Kind& k : kKinds)
+        if (name == k.name) return &k;
+    return nullptr;
+}
+
+std::string refusal(const std::string& name) {
+    if (findKind(name)) return "";
+    std::string names;
+    for (int i = 0; i < kKindCount; ++i)
+        names += std::string(i == 0 ? "" : i == kKindCount - 1 ? " or " : ", ") + kKinds[i].name;
+    return "unknown sensor back end '" + name + "' (" + names + ")";
+}
+
 double g_clock = 0.0;  // <= 0: the real clock
 
 std::unique_ptr<Backend> g_backend;
 std::string g_name;
 std::string g_key;  // the configuration g_backend was made from
 ConfigStamp g_stamp;
-std::string g_problemCopy;
 
 std::string configOr(const char* key, const char* fallback) {
     auto v = config(key);
@@ -34,22 +57,17 @@ Backend& backend() {
     ConfigStamp stamp = configStamp();
     if (g_backend && stamp == g_stamp) return *g_backend;
     g_stamp = stamp;
-    std::string name = configOr("sensor_backend", "sim");
+    std::string name = configOr("sensor_backend", kKinds[0].name);
     std::string seed = configOr("sensor_seed", "1");
     std::string trace = configOr("sensor_trace", "");
     std::string loop = configOr("sensor_trace_loop", "1");
     std::string root = configOr("sensor_iio_root", kDefaultIioRoot);
     std::string key = name + '\n' + seed + '\n' + trace + '\n' + loop + '\n' + root;
     if (g_backend && key == g_key) return *g_backend;
-    if (name == "iio") {
-        g_backend = makeIioBackend(root);
-    } else if (name == "trace") {
-        g_backend = makeTraceBackend(trace, loop != "0");
-    } else {
-        g_backend = makeSimBackend(seedOf(seed));
-        if (name != "sim")
-            g_backend->problem = "unknown sensor back end '" + name + "' (sim, iio or trace)";
-    }
+    Settings settings{seedOf(seed), trace, loop != "0", root};
+    const Kind* kind = findKind(name);
+    g_backend = (kind ? kind : &kKinds[0])->make(settings);
+    if (!kind) g_backend->problem = refusal(name);
     g_name = name;
     g_key = key;
     return *g_backend;
@@ -65,18 +83,32 @@ void resetBackends() {
 
 }  // namespace
 
+ReadResult Backend::reading(double t, Reading* out) {
+    failure.clear();
+    ReadResult rc = read(t, out);
+    if (rc == ReadResult::kOk && !orvex_host_plausible_pressure(out->hpa)) {
+        char text[160];
+        snprintf(text, sizeof text, "%g hPa is outside the plausible %g to %g hPa at the sensor",
+                 out->hpa, ORVEX_HOST_PRESSURE_MIN_HPA, ORVEX_HOST_PRESSURE_MAX_HPA);
+        failure = text;
+        rc = ReadResult::kFailed;
+    }
+    if (rc == ReadResult::kOk) accepted(t, *out);
+    return rc;
+}
+
 double now() { return g_clock > 0.0 ? g_clock : static_cast<double>(g_get_real_time()) / 1e6; }
 
 ReadResult readPressure(double t, Reading* out) {
     Backend& b = backend();
     if (!b.problem.empty()) return ReadResult::kFailed;
-    return b.read(t, out);
+    return b.reading(t, out);
 }
 
 ReadResult readPressureAndTrend(double t, Reading* out, double* trend) {
     Backend& b = backend();
     if (!b.problem.empty()) return ReadResult::kFailed;
-    ReadResult rc = b.read(t, out);
+    ReadResult rc = b.reading(t, out);
     if (rc == ReadResult::kOk) *trend = b.trend(t);
     return rc;
 }
@@ -113,11 +145,29 @@ int setOrClear(const char* key, const char* value) {
     return setConfig(key, v) ? 0 : -EIO;
 }
 
+// Texts handed out stay valid until the next call that hands out the same kind.
+const char* handOut(std::string& copy, std::string text) {
+    copy = std::move(text);
+    return copy.empty() ? nullptr : copy.c_str();
+}
+
 }  // namespace
 
+extern "C" const char* orvex_host_sensor_backend_name(int index) {
+    return index >= 0 && index < sensor::kKindCount ? sensor::kKinds[index].name : nullptr;
+}
+
+extern "C" const char* orvex_host_sensor_backend_summary(int index) {
+    return index >= 0 && index < sensor::kKindCount ? sensor::kKinds[index].summary : nullptr;
+}
+
+extern "C" const char* orvex_host_sensor_backend_refusal(const char* name) {
+    static std::string copy;
+    return handOut(copy, sensor::refusal(name ? name : ""));
+}
+
 extern "C" int orvex_host_sensor_set_backend(const char* name) {
-    if (name && strcmp(name, "sim") != 0 && strcmp(name, "iio") != 0 && strcmp(name, "trace") != 0)
-        return -EINVAL;
+    if (name && !sensor::findKind(name)) return -EINVAL;
     return setOrClear("sensor_backend", name);
 }
 
@@ -128,8 +178,14 @@ extern "C" const char* orvex_host_sensor_backend(void) {
 }
 
 extern "C" const char* orvex_host_sensor_backend_problem(void) {
-    sensor::g_problemCopy = sensor::backendProblem();
-    return sensor::g_problemCopy.empty() ? nullptr : sensor::g_problemCopy.c_str();
+    static std::string copy;
+    return handOut(copy, sensor::backendProblem());
+}
+
+extern "C" const char* orvex_host_sensor_reading_problem(void) {
+    static std::string copy;
+    sensor::Backend& b = sensor::backend();
+    return handOut(copy, b.problem.empty() ? b.failure : b.problem);
 }
 
 extern "C" int orvex_host_sensor_ended(void) { return sensor::backendEnded() ? 1 : 0; }

@@ -44,15 +44,17 @@ public:
     double truePressure(double t) const {
         return weatherSlp(t) * std::pow(1.0 - altitude(t) / 44330.0, 5.255);
     }
+    // A trend sensor compensates for the wearer's climbing; the model knows the weather itself.
+    double trend(double t) override { return weatherSlp(t) - weatherSlp(t - kTrendWindow); }
+    bool canBackfill() const override { return true; }
+
+protected:
     ReadResult read(double t, Reading* out) override {
         // About 0.03 hPa of noise: a quarter of a metre, as a good barometer shows at rest.
         out->hpa = truePressure(t) + 0.03 * hashNoise(seed_, static_cast<long long>(std::floor(t)));
         out->celsius = 15.0 - 0.0065 * altitude(t);
         return ReadResult::kOk;
     }
-    // A trend sensor compensates for the wearer's climbing; the model knows the weather itself.
-    double trend(double t) override { return weatherSlp(t) - weatherSlp(t - kTrendWindow); }
-    bool canBackfill() const override { return true; }
 
 private:
     unsigned seed_;
@@ -66,8 +68,8 @@ SimBackend configured() {
 
 }  // namespace
 
-std::unique_ptr<Backend> makeSimBackend(unsigned seed) {
-    return std::make_unique<SimBackend>(seed);
+std::unique_ptr<Backend> makeSimBackend(const Settings& settings) {
+    return std::make_unique<SimBackend>(settings.seed);
 }
 
 unsigned seedOf(const std::optional<std::string>& text) {

@@ -13,7 +13,8 @@ namespace {
 
 class TraceBackend : public RecordedTrendBackend {
 public:
-    TraceBackend(const std::string& path, bool loop) : loop_(loop) {
+    explicit TraceBackend(const Settings& settings) : loop_(settings.loop) {
+        const std::string& path = settings.trace;
         if (path.empty()) {
             problem = "no trace file configured (sensor_trace)";
             return;
@@ -25,6 +26,16 @@ public:
         }
         for (const auto& row : table.rows) rows_.emplace_back(row[0], row[1]);
     }
+    // The trend sensor's look at the present must neither use up the last row nor end the
+    // replay: that is the pressure listener's to see.
+    double trend(double t) override {
+        peeking_ = true;
+        double change = RecordedTrendBackend::trend(t);
+        peeking_ = false;
+        return change;
+    }
+
+protected:
     ReadResult read(double t, Reading* out) override {
         if (!problem.empty()) return ReadResult::kFailed;
         if (start_ < 0) start_ = t;
@@ -34,7 +45,7 @@ public:
             if (!loop_) {
                 // The last row is delivered once even when no reading fell on its time.
                 if (lastDelivered_) {
-                    ended = true;
+                    ended = ended || !peeking_;
                     return ReadResult::kEnded;
                 }
                 elapsed = span;
@@ -49,15 +60,15 @@ public:
         auto it = std::upper_bound(
             rows_.begin(), rows_.end(), at,
             [](double v, const std::pair<double, double>& r) { return v < r.first; });
-        if (it == rows_.end()) lastDelivered_ = true;
+        if (it == rows_.end() && !peeking_) lastDelivered_ = true;
         out->hpa = (it == rows_.begin() ? *it : *(it - 1)).second;
         out->celsius = 0.0;
-        history_.add(t, out->hpa);
         return ReadResult::kOk;
     }
 
 private:
     bool loop_;
+    bool peeking_ = false;
     bool lastDelivered_ = false;
     double start_ = -1.0;
     std::vector<std::pair<double, double>> rows_;
@@ -73,8 +84,8 @@ CsvTable readTrace(const std::string& path) {
                    });
 }
 
-std::unique_ptr<Backend> makeTraceBackend(const std::string& path, bool loop) {
-    return std::make_unique<TraceBackend>(path, loop);
+std::unique_ptr<Backend> makeTraceBackend(const Settings& settings) {
+    return std::make_unique<TraceBackend>(settings);
 }
 
 }  // namespace sensor

@@ -45,6 +45,16 @@ typedef enum {
     LOCATIONS_ENABLE_METHOD_RESULT_ACCEPTED = 1,
 } location_enable_method_result_e;
 
+/* How closely the position is known, from a country down to a point. */
+typedef enum {
+    LOCATIONS_ACCURACY_NONE = 0,
+    LOCATIONS_ACCURACY_COUNTRY,
+    LOCATIONS_ACCURACY_REGION,
+    LOCATIONS_ACCURACY_POSTALCODE,
+    LOCATIONS_ACCURACY_STREET,
+    LOCATIONS_ACCURACY_DETAILED,
+} location_accuracy_level_e;
+
 typedef struct location_manager_s* location_manager_h;
 
 typedef void (*location_service_state_changed_cb)(location_service_state_e state, void* user_data);
@@ -86,6 +96,17 @@ int location_manager_get_position(location_manager_h manager, double* altitude, 
 /* The last position any manager obtained. */
 int location_manager_get_last_position(location_manager_h manager, double* altitude,
                                        double* latitude, double* longitude, time_t* timestamp);
+/*
+ * The altitude is NAN where the position has none (a fix without height, a 2D fix). The accuracy
+ * and velocity below belong to the position get_position gives now and fail as it does; a figure
+ * the source does not report is NAN.
+ */
+/* Horizontal and vertical error in metres. */
+int location_manager_get_accuracy(location_manager_h manager, location_accuracy_level_e* level,
+                                  double* horizontal, double* vertical);
+/* Climb in m/s (positive up), direction of travel in degrees from true north, speed in m/s. */
+int location_manager_get_velocity(location_manager_h manager, double* climb, double* direction,
+                                  double* speed);
 
 #ifdef __cplusplus
 }

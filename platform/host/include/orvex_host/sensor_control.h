@@ -1,12 +1,14 @@
 /*
  * Control of the host's sensor service and recorder, for tests and the host tool.
  *
- * Back ends of the pressure sensor (host configuration "sensor_backend", environment variable
- * ORVEX_HOST_SENSOR_BACKEND):
- *   sim    (default) a walker's altitude profile under the shared simulated weather, with a little
- *          seeded noise ("sensor_seed");
- *   iio    a Linux IIO barometer under "sensor_iio_root" (default /sys/bus/iio/devices);
- *   trace  replay of the CSV file "sensor_trace", looping unless "sensor_trace_loop" is 0.
+ * The pressure sensor reads from one of the back ends listed by orvex_host_sensor_backend_name()
+ * (host configuration "sensor_backend", environment variable ORVEX_HOST_SENSOR_BACKEND). Their
+ * settings: "sensor_seed" (the simulated walk), "sensor_iio_root" (where the IIO devices are,
+ * default /sys/bus/iio/devices), "sensor_trace" and "sensor_trace_loop" (the CSV file a trace
+ * replays, and whether it starts again after its last row).
+ *
+ * A reading passes only when it is a plausible pressure at the sensor (orvex_host/plausible.h);
+ * any other is an event that says the sensor is not working, and the recorder does not keep it.
  */
 #ifndef ORVEX_HOST_SENSOR_CONTROL_H
 #define ORVEX_HOST_SENSOR_CONTROL_H
@@ -17,12 +19,23 @@ extern "C" {
 
 /* ---- Back end ---- */
 
-/* "sim", "iio" or "trace"; NULL returns to the default. -EINVAL for another name. */
+/* The back ends, the default first: the name of the index-th and one line on what it reads;
+ * NULL past the last. */
+const char* orvex_host_sensor_backend_name(int index);
+const char* orvex_host_sensor_backend_summary(int index);
+/* Why name is not a back end ("unknown sensor back end 'x' (" and the names ")"); NULL when it
+ * is one. The text stays valid until the next call. */
+const char* orvex_host_sensor_backend_refusal(const char* name);
+/* One of the back ends' names; NULL returns to the default. -EINVAL for another name. */
 int orvex_host_sensor_set_backend(const char* name);
-/* The back end in use: "sim", "iio" or "trace". */
+/* The back end in use, as configured. */
 const char* orvex_host_sensor_backend(void);
 /* Why the back end cannot deliver pressure (no device, unreadable trace...); NULL when it can. */
 const char* orvex_host_sensor_backend_problem(void);
+/* Why the newest reading failed (a device file that is not a regular file or holds no number, a
+ * value that is not a plausible pressure...); NULL when it did not. The text stays valid until
+ * the next call. */
+const char* orvex_host_sensor_reading_problem(void);
 /* 1 once the back end has delivered all it had and sends nothing more (a trace that does not loop,
  * after its last row); 0 otherwise. */
 int orvex_host_sensor_ended(void);
