@@ -147,7 +147,7 @@ void scenario(const std::string& name) {
         double startMs = nowMs() - t;
         // Up, or a problem that is the outcome; then three seconds more of whatever comes.
         auto over = [&] {
-            g_autofree char* why = orvex_host_location_problem();
+            const char* why = orvex_host_location_problem();
             bool done = !outcome.states.empty() ||
                         (why && !strstr(why, "still being read") && !strstr(why, "no fix yet"));
             if (done && settled < 0) {
@@ -162,7 +162,7 @@ void scenario(const std::string& name) {
     double alt = 0, lat = 0, lon = 0;
     bool fix = location_manager_get_position(m, &alt, &lat, &lon, nullptr) == 0;
     if (!fix) {
-        g_autofree char* why = orvex_host_location_problem();
+        const char* why = orvex_host_location_problem();
         problem = why ? why : problem;
     }
     rusage after{};

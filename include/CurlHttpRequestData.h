@@ -1,3 +1,4 @@
+// A request as the curl engine takes it: URL, headers, body and the engine's request id.
 #ifndef CURL_HTTP_REQUEST_DATA_H
 #define CURL_HTTP_REQUEST_DATA_H
 

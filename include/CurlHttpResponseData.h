@@ -1,3 +1,4 @@
+// A response as the curl engine reports it: status, headers, body and the request it answers.
 #ifndef CURL_HTTP_RESPONSE_DATA_H
 #define CURL_HTTP_RESPONSE_DATA_H
 

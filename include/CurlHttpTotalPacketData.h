@@ -1,3 +1,4 @@
+// The body of a response as it grows, chunk by chunk, in the engine's write callback.
 #ifndef CURL_HTTP_TOTAL_PACKET_DATA_H
 #define CURL_HTTP_TOTAL_PACKET_DATA_H
 

@@ -1,3 +1,4 @@
+// The curl connection engine: one worker thread per burst of transfers, reporting on the main loop.
 #ifndef CURL_NETWORK_CONNECTION_H
 #define CURL_NETWORK_CONNECTION_H
 

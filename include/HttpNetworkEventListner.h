@@ -1,3 +1,4 @@
+// What a client of the network proxy hears: its request accepted, answered or failed.
 #ifndef HTTP_NETWORK_EVENT_LISTNER_H
 #define HTTP_NETWORK_EVENT_LISTNER_H
 

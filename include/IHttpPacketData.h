@@ -1,3 +1,4 @@
+// The common shape of an HTTP packet: a body and its length.
 #ifndef I_HTTP_PACKET_DATA_H
 #define I_HTTP_PACKET_DATA_H
 

@@ -1,3 +1,4 @@
+// The common shape of an HTTP request handed to a connection.
 #ifndef I_HTTP_REQUEST_DATA_H
 #define I_HTTP_REQUEST_DATA_H
 

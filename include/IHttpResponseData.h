@@ -1,3 +1,4 @@
+// The common shape of an HTTP response handed back by a connection.
 #ifndef I_HTTP_RESPONSE_DATA_H
 #define I_HTTP_RESPONSE_DATA_H
 

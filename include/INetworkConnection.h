@@ -1,3 +1,4 @@
+// The interface of a network connection engine: send, cancel one, cancel all.
 #ifndef I_NETWORK_CONNECTION_H
 #define I_NETWORK_CONNECTION_H
 

@@ -1,3 +1,4 @@
+// What a connection engine reports to its owner: accepted requests and their outcomes.
 #ifndef I_NETWORK_CONNECTION_EVENT_LISTENER_H
 #define I_NETWORK_CONNECTION_EVENT_LISTENER_H
 

@@ -1,3 +1,4 @@
+// What the location manager tells the application: positions and the service's state.
 #ifndef I_ORVEX_LOCATION_LISTENER_H
 #define I_ORVEX_LOCATION_LISTENER_H
 

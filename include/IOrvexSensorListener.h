@@ -1,3 +1,4 @@
+// What the sensor wrapper tells the application: pressure readings and trend values.
 #ifndef IORVEX_SENSOR_LISTENER_H
 #define IORVEX_SENSOR_LISTENER_H
 

@@ -1,3 +1,4 @@
+// What the weather-agent client tells the application: the outcome of a weather request.
 #ifndef I_ORVEX_WEATHER_LISTENER_H
 #define I_ORVEX_WEATHER_LISTENER_H
 

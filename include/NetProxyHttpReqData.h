@@ -1,3 +1,4 @@
+// A request as a client gives it to the network proxy: method, URL, headers and body.
 #ifndef NET_PROXY_HTTP_REQ_DATA_H
 #define NET_PROXY_HTTP_REQ_DATA_H
 

@@ -1,3 +1,4 @@
+// The network proxy: the front end through which clients send requests and hear their outcomes.
 #ifndef NETWORK_PROXY_H
 #define NETWORK_PROXY_H
 

@@ -1,3 +1,4 @@
+// The altitude manager: a sea-level pressure for a position from the two weather services.
 #ifndef ORVEX_ALTITUDE_MGR_H
 #define ORVEX_ALTITUDE_MGR_H
 

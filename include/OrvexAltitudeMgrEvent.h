@@ -1,3 +1,4 @@
+// What the altitude manager tells its listener: the weather data it found, or that it failed.
 #ifndef ORVEX_ALTITUDE_MGR_EVENT_H
 #define ORVEX_ALTITUDE_MGR_EVENT_H
 

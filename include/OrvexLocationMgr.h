@@ -1,3 +1,4 @@
+// The location manager: the platform's location service, wrapped for the application.
 #ifndef ORVEX_LOCATION_MGR_H
 #define ORVEX_LOCATION_MGR_H
 

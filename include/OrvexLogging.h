@@ -1,3 +1,4 @@
+// The usage survey logger: events sent to the platform's usage-log provider.
 #ifndef ORVEX_LOGGING_H
 #define ORVEX_LOGGING_H
 

@@ -1,3 +1,4 @@
+// The pressure sensor wrapper: live readings, the trend and the recorded history.
 #ifndef ORVEX_SENSOR_H
 #define ORVEX_SENSOR_H
 

@@ -1,3 +1,4 @@
+// The settings store: settings, calibration data and the altitude/pressure arithmetic.
 #ifndef ORVEX_STORAGE_MGR_H
 #define ORVEX_STORAGE_MGR_H
 

@@ -1,3 +1,4 @@
+// The weather-agent client: asks the platform's weather agent for the sea-level pressure.
 #ifndef ORVEX_WEATHER_H
 #define ORVEX_WEATHER_H
 

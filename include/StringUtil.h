@@ -1,3 +1,4 @@
+// String helpers: tokens, numbers from text, rounding and substitution.
 #ifndef STRING_UTIL_H
 #define STRING_UTIL_H
 

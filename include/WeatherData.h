@@ -1,3 +1,4 @@
+// What a weather answer yields: pressure, its unit, the time and the position.
 #ifndef WEATHER_DATA_H
 #define WEATHER_DATA_H
 

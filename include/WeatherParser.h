@@ -1,3 +1,4 @@
+// Reads the weather services' JSON answers.
 #ifndef WEATHER_PARSER_H
 #define WEATHER_PARSER_H
 

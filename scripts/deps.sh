@@ -3,7 +3,7 @@
 # Usage: scripts/deps.sh [PURPOSE...]
 #   (none)   build and run the library and the tool (the main job)
 #   test     the test suites: GoogleTest/GMock, the local HTTP/HTTPS servers, gpsd with its test
-#            feeder, and an SVG renderer
+#            feeder, an SVG renderer, and systemd-analyze for the service's unit
 #   fuzz     the libFuzzer targets (clang and its sanitizer runtime)
 #   docs     the API documentation
 #   bench    the benchmarks and the cost scripts
@@ -16,7 +16,7 @@
 set -euo pipefail
 
 test_packages=(libgtest-dev libgmock-dev libgnutls28-dev openssl ca-certificates gpsd gpsd-clients
-               librsvg2-bin netpbm)
+               librsvg2-bin netpbm systemd)
 packages=(
     build-essential cmake ninja-build pkg-config
     libglib2.0-dev libjson-glib-dev libcurl4-openssl-dev libsqlite3-dev

@@ -1,3 +1,5 @@
+// The altitude manager's request chains to The Weather Company and AccuWeather, with their
+// time-out.
 #include "OrvexAltitudeMgr.h"
 
 #include <platform/key_storage.h>

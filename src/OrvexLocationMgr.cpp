@@ -1,3 +1,4 @@
+// The location manager: creating, starting and stopping the platform's location service.
 #include "OrvexLocationMgr.h"
 
 #include <new>

@@ -1,3 +1,4 @@
+// The usage survey logger: each event as one insert into the usage-log provider.
 #include "OrvexLogging.h"
 
 #include <cstdio>

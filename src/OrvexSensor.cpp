@@ -1,3 +1,4 @@
+// The pressure sensor wrapper: listeners on the pressure and trend sensors, and the recorder.
 #include "OrvexSensor.h"
 
 #include "OrvexLog.h"

@@ -1,3 +1,4 @@
+// The settings store: the preference keys, first-start defaults and the altitude arithmetic.
 #include "OrvexStorageMgr.h"
 
 #include <platform/app_preference.h>

@@ -1,3 +1,4 @@
+// The weather-agent client: the launch request, its reply port and what the answer stores.
 #include "OrvexWeather.h"
 
 #include <platform/app_control.h>

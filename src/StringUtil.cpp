@@ -1,3 +1,4 @@
+// String helpers: tokens, numbers from text, rounding and substitution.
 #include "StringUtil.h"
 
 #include <algorithm>

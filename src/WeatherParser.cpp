@@ -1,3 +1,4 @@
+// Reads the weather services' JSON answers through json-glib, guarding against deep nesting.
 #include "WeatherParser.h"
 
 #include <cstring>

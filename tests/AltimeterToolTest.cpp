@@ -75,8 +75,9 @@ TEST_F(AltimeterToolTest, AnalysesATrace) {
     };
     // clang-format on
     for (const auto& [args, error] : refusals) {
+        SCOPED_TRACE(error);
         r = tool->run(args);
-        EXPECT_EQ(1, r.exitCode) << error;
+        EXPECT_EQ(1, r.exitCode);
         EXPECT_EQ(error, r.err);
     }
 }

@@ -11,7 +11,9 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <functional>
 #include <memory>
+#include <utility>
 
 #include <orvex_host/connection_control.h>
 
@@ -71,6 +73,21 @@ public:
     bool idle() const { return !mMultiSession || !mMultiSession->mMultiHandle; }
     size_t inFlight() const { return mMultiSession ? mMultiSession->mEasySessionList.size() : 0; }
 };
+
+// Pipes this process holds open; the engine's worker holds one while transfers are in flight.
+int pipesOpen() {
+    int count = 0;
+    GDir* dir = g_dir_open("/proc/self/fd", 0, nullptr);
+    while (const char* name = g_dir_read_name(dir)) {
+        char target[64] = "";
+        std::string path = std::string("/proc/self/fd/") + name;
+        if (readlink(path.c_str(), target, sizeof target - 1) > 0 &&
+            strncmp(target, "pipe:", 5) == 0)
+            ++count;
+    }
+    g_dir_close(dir);
+    return count;
+}
 
 std::shared_ptr<CurlHttpRequestData> request(int id, const std::string& url,
                                              const std::string& body = std::string(),
@@ -410,22 +427,38 @@ TEST_F(CurlEngineTest, VerboseHeadersReachTheLogWithoutSecretsOrBodies) {
 
 // ---- The pipe watch and the body callbacks, driven directly ----
 
+// A request sent from inside a response, as a chain of requests does, starts the next burst
+// while the last one is being delivered: the engine keeps the new burst's watch, and a cancel
+// then takes it down with the worker.
+TEST_F(CurlEngineTest, ARequestSentFromAResponseKeepsItsOwnWorker) {
+    TestHttpServer server;
+    server.route("/", {200, {}, "first"});
+    server.route("/held", hostile::silent());
+    struct Chain : HttpEvents {
+        std::function<void()> next;
+        void OnHttpResponseCompleted(std::shared_ptr<IHttpRequestData> request,
+                                     std::shared_ptr<IHttpResponseData> response) override {
+            HttpEvents::OnHttpResponseCompleted(request, response);
+            if (auto then = std::exchange(next, nullptr)) then();
+        }
+    } chain;
+    engine->SetListener(&chain);
+    chain.next = [&] { engine->HttpRequest(request(2, server.url("/held"))); };
+    engine->HttpRequest(request(1, server.url("/")));
+    EXPECT_TRUE(runUntil([&] { return server.heldCount() == 1; }));
+    EXPECT_TRUE(engine->workerRunning());
+    EXPECT_NE(0u, engine->pipeWatch());
+    const int pipes = pipesOpen();
+    engine->CancelAllHttpRequest();
+    server.releaseHeld();
+    EXPECT_EQ(0u, engine->pipeWatch());
+    EXPECT_EQ(pipes - 2, pipesOpen());
+    EXPECT_EQ((Lines{"accepted 1", "response 1 first", "accepted 2"}), chain.events);
+}
+
 // The worker and its pipe live only while transfers are in flight: after a burst that finished
 // and one that was cancelled, no pipe is left open, and an idle engine has nothing to work on.
 TEST_F(CurlEngineTest, AnIdleEngineHoldsNoPipeAndHasNothingToCancel) {
-    auto pipesOpen = [] {
-        int count = 0;
-        GDir* dir = g_dir_open("/proc/self/fd", 0, nullptr);
-        while (const char* name = g_dir_read_name(dir)) {
-            char target[64] = "";
-            std::string path = std::string("/proc/self/fd/") + name;
-            if (readlink(path.c_str(), target, sizeof target - 1) > 0 &&
-                strncmp(target, "pipe:", 5) == 0)
-                ++count;
-        }
-        g_dir_close(dir);
-        return count;
-    };
     TestHttpServer server;
     server.route("/", {200, {}, "fine"});
     server.route("/held", hostile::silent());

@@ -1,3 +1,4 @@
+// The library's log line: tag, priority, the file, function and line prefix and the colours.
 #include <regex>
 
 #include "HostFixture.h"

@@ -1,3 +1,4 @@
+// The location manager over the host location service: life cycle, positions and failures.
 #include <cmath>
 #include <fstream>
 #include <functional>
@@ -76,7 +77,8 @@ TEST_F(OrvexLocationMgrTest, StartedManagerFollowsAReplayedTrack) {
 
 TEST_F(OrvexLocationMgrTest, EnablingTheSetting) {
     for (int accept : {1, 0}) {
-        ASSERT_EQ(0, orvex_host_reset());
+        SCOPED_TRACE(accept ? "accepted" : "refused");
+        EXPECT_EQ(0, orvex_host_reset());
         orvex_host_location_set_enabled(0);
         orvex_host_location_set_enable_answer(accept);
         Listener l;
@@ -89,7 +91,7 @@ TEST_F(OrvexLocationMgrTest, EnablingTheSetting) {
             EXPECT_EQ(0, mgr->onLocationsetting(&l));
         }
         // Accepted: the setting change creates the manager, which then reports its state.
-        ASSERT_TRUE(runUntil([&] { return l.enables.size() + l.states.size() == 1u + accept; }));
+        EXPECT_TRUE(runUntil([&] { return l.enables.size() + l.states.size() == 1u + accept; }));
         EXPECT_EQ(std::vector<int>{accept}, l.enables);
         EXPECT_EQ(accept, mgr->getLocationState());
         EXPECT_EQ(accept == 1, mgr->isLocationEnabled());

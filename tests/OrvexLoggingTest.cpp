@@ -1,3 +1,4 @@
+// The usage survey logger: what each event inserts, and its failures.
 #include <cstdio>
 
 #include <orvex_host/usage_log_control.h>

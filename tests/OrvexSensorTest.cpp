@@ -1,3 +1,4 @@
+// The pressure sensor wrapper over the host sensor service: readings, trend, recorder, failures.
 #include "OrvexSensor.h"
 
 #include <orvex_host/sensor_control.h>

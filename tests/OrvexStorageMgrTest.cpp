@@ -1,3 +1,4 @@
+// The settings store: first start, later starts, reads, failures and the altitude arithmetic.
 #include <cstdio>
 #include <functional>
 #include <stdexcept>
@@ -161,10 +162,11 @@ TEST_F(StorageTest, ConversionsFollowTheStandardAtmosphere) {
     const std::pair<double, double> standard[] = {
         {-100, 1025.32}, {0, 1013.25}, {1000, 898.76}, {2000, 794.98}, {3000, 701.12}};
     for (const auto& [altitude, pressure] : standard) {
-        EXPECT_NEAR(altitude, store->getAltivalue(pressure), 0.5) << pressure;
-        EXPECT_NEAR(altitude, store->getAltivalue(pressure, 1013.25), 0.5) << pressure;
-        EXPECT_NEAR(pressure, store->getBarovalue(altitude), 0.1) << altitude;
-        EXPECT_NEAR(1013.25, store->getManualSLP(altitude, pressure), 0.1) << altitude;
+        SCOPED_TRACE(testing::Message() << altitude << " m, " << pressure << " hPa");
+        EXPECT_NEAR(altitude, store->getAltivalue(pressure), 0.5);
+        EXPECT_NEAR(altitude, store->getAltivalue(pressure, 1013.25), 0.5);
+        EXPECT_NEAR(pressure, store->getBarovalue(altitude), 0.1);
+        EXPECT_NEAR(1013.25, store->getManualSLP(altitude, pressure), 0.1);
     }
     EXPECT_EQ(898.7, store->getBarovalue(1000.0));  // 898.76 is cut to tenths, not rounded
     EXPECT_EQ(0.0, store->getBarovalue(50000.0));   // above the model's top: NaN becomes 0

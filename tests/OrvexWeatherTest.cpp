@@ -1,3 +1,4 @@
+// The weather-agent client: the agent's answers and what they store, and the request's failures.
 #include <ctime>
 #include <stdexcept>
 

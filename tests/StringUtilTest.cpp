@@ -1,3 +1,4 @@
+// The string helpers on the texts the weather services and the store hand them.
 #include <climits>
 #include <cmath>
 #include <stdexcept>

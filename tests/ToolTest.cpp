@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 
 #include "BuildConfig.h"
 #include "HostFixture.h"
@@ -123,6 +124,67 @@ TEST_F(ToolTest, RefusalsAreOneLineAndLeaveTheStoreAsItWas) {
         {{"live", "--seconds", "0"}, 1, error + "'0' is not a positive whole number of seconds\n"},
     }, true);
     // clang-format on
+}
+
+// A store the tool cannot use (a read-only directory, a disk that takes no more, a corrupt file):
+// every command fails in one line that says why, and what the store held is still there.
+TEST_F(ToolTest, AFailingStoreIsNeverReportedAsSuccess) {
+    const std::string home = tool->home();
+    ASSERT_EQ(0, tool->run({"calibrate", "manual", "100", "1000"}).exitCode);
+    ASSERT_EQ(0, tool->run({"keys", "set", "twc_api_key"}, "very-secret\n").exitCode);
+    auto state = [&] {
+        return tool->run({"--json", "history"}).out + tool->run({"--json", "settings"}).out +
+               tool->run({"keys", "list"}).out;
+    };
+    const std::string before = state();
+    // The tool behind a shell that restricts it first; the shell's own files stay out of the way.
+    orvex_test::ToolRunner shell("/bin/sh", home + "/.shell");
+    shell.setEnv("ORVEX_HOST_HOME", home);
+    const std::string plain = "exec \"$0\" \"$@\"";
+    // Root writes anywhere: a read-only directory is read-only to it only without that power.
+    const std::string readOnly =
+        geteuid() == 0 ? "exec setpriv --bounding-set=-dac_override \"$0\" \"$@\"" : plain;
+    const std::string noRoom = "trap '' XFSZ; ulimit -f 1; " + plain;
+    const std::vector<std::string> calibrate{"calibrate", "manual", "200", "1000"};
+    const struct {
+        std::string shell;
+        const char* corrupt;  // the file replaced by garbage
+        std::vector<std::string> args;
+        const char* error;  // %s: the data directory
+    } rows[] = {
+        {readOnly, nullptr, calibrate, "cannot write to the data directory %s: Permission denied"},
+        {noRoom, nullptr, calibrate, "cannot use %s/host.db: File too large"},
+        {plain, "host.db", {"init"}, "%s/host.db is corrupt"},
+        {plain, "host.db", {"settings"}, "%s/host.db is corrupt"},
+        {plain, "host.db", calibrate, "%s/host.db is corrupt"},
+        {plain, "keys.db", {"keys", "list"}, "cannot list the keys: %s/keys.db is corrupt"},
+        {plain, "keys.db", {"keys", "set", "a"}, "cannot store the key: %s/keys.db is corrupt"},
+    };
+    const std::string garbage(3000, 'x');
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.shell + " " + testing::PrintToString(row.args));
+        const std::string file = home + "/" + (row.corrupt ? row.corrupt : "");
+        // The database and its companions make the store; garbage takes the place of all three.
+        std::vector<std::string> parts;
+        if (row.corrupt) {
+            parts = {file, file + "-wal", file + "-shm"};
+            for (const auto& part : parts) rename(part.c_str(), (part + ".saved").c_str());
+            std::ofstream(file) << garbage;
+            chmod(file.c_str(), 0600);
+        }
+        if (row.shell == readOnly) chmod(home.c_str(), 0500);
+        std::vector<std::string> args{"-c", row.shell, ORVEX_TOOL_PATH};
+        args.insert(args.end(), row.args.begin(), row.args.end());
+        ToolResult r = shell.run(args, "new-secret\n");
+        chmod(home.c_str(), 0700);
+        EXPECT_EQ(1, r.exitCode);
+        EXPECT_EQ("orvex: error: " + orvex_test::fill(row.error, home.c_str()) + "\n", r.err);
+        EXPECT_EQ("", r.out);
+        std::ifstream in(file);
+        EXPECT_TRUE(!row.corrupt || garbage == std::string(std::istreambuf_iterator<char>(in), {}));
+        for (const auto& part : parts) rename((part + ".saved").c_str(), part.c_str());
+        EXPECT_EQ(before, state());
+    }
 }
 
 TEST_F(ToolTest, AnImplausibleAgentValueLeavesTheEarlierCalibration) {

@@ -1,3 +1,4 @@
+// The weather parser on each kind of answer, broken and hostile ones included.
 #include <cstdio>
 #include <functional>
 

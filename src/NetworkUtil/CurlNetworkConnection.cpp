@@ -1,3 +1,4 @@
+// The curl connection engine: request set-up, the worker and its pipe, cancels and clean-up.
 #include "CurlNetworkConnection.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// The network proxy front end: its listener registry and the requests it forwards to the engine.
 #include "NetworkProxy.h"
 
 #include <glib.h>

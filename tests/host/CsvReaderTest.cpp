@@ -40,10 +40,11 @@ TEST_F(CsvReaderTest, ReadsEveryRowOrNamesTheFirstBadLine) {
         {"0,1,2\n1,0x10,3\n", {}, ":2: expected 3 numbers (t,x,y)"},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
         std::string path = write(c.text);
         orvex_host::CsvTable table = orvex_host::readCsv(path, 3, "t,x,y");
-        EXPECT_EQ(*c.error ? path + c.error : "", table.error) << c.text;
-        EXPECT_EQ(c.rows, table.rows) << c.text;
+        EXPECT_EQ(*c.error ? path + c.error : "", table.error);
+        EXPECT_EQ(c.rows, table.rows);
     }
     EXPECT_EQ(write("") + ".gone: cannot read (No such file or directory)",
               orvex_host::readCsv(write("") + ".gone", 3, "t,x,y").error);

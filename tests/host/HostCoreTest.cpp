@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <tuple>
 
 #include <platform/app_preference.h>
 
@@ -56,6 +57,45 @@ TEST_F(HostCoreTest, ExistingDirectoriesKeepTheirModeAndOpenOnesAreRefused) {
         EXPECT_EQ(usable, access((dir + "/host.db").c_str(), F_OK) == 0);
     }
     setenv("ORVEX_HOST_HOME", saved.c_str(), 1);
+}
+
+// Each value from the environment is refused in one line naming it, as its setter refuses it.
+TEST_F(HostCoreTest, EnvironmentValuesAreCheckedLikeTheirSetters) {
+    const std::string home = getenv("ORVEX_HOST_HOME");
+    for (auto [name, value, problem] : {
+             std::tuple{"ORVEX_HOST_LOG_LEVEL", "loud",
+                        "ORVEX_HOST_LOG_LEVEL is 'loud', not a log level (verbose, debug, info, "
+                        "warn, error, fatal or silent)"},
+             {"ORVEX_HOST_WEATHER_SLP", "1020.5", ""},
+             {"ORVEX_HOST_WEATHER_SLP", "5",
+              "ORVEX_HOST_WEATHER_SLP is '5', not a number from 260 to 1260"},
+             {"ORVEX_HOST_HOME", "relative", "ORVEX_HOST_HOME is 'relative', not an absolute path"},
+         }) {
+        SCOPED_TRACE(value);
+        setenv(name, value, 1);
+        const char* found = orvex_host_config_problem();
+        EXPECT_EQ(std::string(problem), found ? found : "");
+        unsetenv(name);
+    }
+    setenv("ORVEX_HOST_HOME", home.c_str(), 1);
+    EXPECT_EQ(-EINVAL, orvex_host_set_data_dir("relative"));
+    EXPECT_EQ(-EINVAL, orvex_host_weather_set_slp(5));
+}
+
+// A program that links the library keeps its stderr: the log goes to the system log until a
+// level for stderr is asked for.
+TEST_F(HostCoreTest, TheLogUsesStderrOnlyWhenALevelIsAskedFor) {
+    for (auto [level, shown] :
+         {std::pair{DLOG_DEFAULT, false}, {DLOG_ERROR, true}, {DLOG_SILENT, false}}) {
+        SCOPED_TRACE(level);
+        orvex_host_log_set_stderr_threshold(level);
+        testing::internal::CaptureStderr();
+        __dlog_print(LOG_ID_MAIN, DLOG_ERROR, "ORVEX", "line %d", level);
+        EXPECT_EQ(shown ? "E/ORVEX: line " + std::to_string(level) + "\n" : "",
+                  testing::internal::GetCapturedStderr());
+        EXPECT_TRUE(orvex_test::logged(DLOG_ERROR, "line " + std::to_string(level)));
+    }
+    orvex_host_log_set_stderr_threshold(DLOG_SILENT);
 }
 
 }  // namespace

@@ -93,12 +93,12 @@ TEST_F(LocationHostTest, EnvironmentIsCheckedLikeTheOptions) {
         SCOPED_TRACE(std::string(c.name) + "=" + c.value);
         setenv(c.name, c.value, 1);
         std::string line = std::string(c.name) + ": " + c.problem;
-        EXPECT_EQ(line, orvex_test::adopt(orvex_host_location_config_problem()));
+        EXPECT_EQ(line, orvex_test::lent(orvex_host_location_config_problem()));
         // The option of the same setting refuses it in the same words.
         std::string key = std::string(c.name).substr(11);
         for (auto& ch : key) ch = char(tolower(ch));
         EXPECT_EQ(c.problem,
-                  orvex_test::adopt(orvex_host_location_setting_problem(key.c_str(), c.value)));
+                  orvex_test::lent(orvex_host_location_setting_problem(key.c_str(), c.value)));
         // Refused, not replaced by a default: the service does not start, and says why once.
         orvex_test::clearLog();
         location_manager_h h = nullptr;
@@ -111,7 +111,7 @@ TEST_F(LocationHostTest, EnvironmentIsCheckedLikeTheOptions) {
         unsetenv(c.name);
         orvex_host_reset();
     }
-    EXPECT_EQ("", orvex_test::adopt(orvex_host_location_config_problem()));
+    EXPECT_EQ("", orvex_test::lent(orvex_host_location_config_problem()));
 }
 
 TEST_F(LocationHostTest, TracksAreReplayedOrRefusedNamingTheFileAndLine) {
@@ -166,7 +166,7 @@ TEST_F(LocationHostTest, TracksAreReplayedOrRefusedNamingTheFileAndLine) {
         SCOPED_TRACE(c.path);
         EXPECT_EQ(0, orvex_host_location_set_track(fallback.c_str()));
         start();  // each track from its start
-        std::string problem = orvex_test::adopt(orvex_host_location_track_problem(c.path.c_str()));
+        std::string problem = orvex_test::lent(orvex_host_location_track_problem(c.path.c_str()));
         EXPECT_EQ(c.problem.empty() ? "" : c.path + c.problem,
                   problem.substr(0, c.problem.empty() ? 0 : c.path.size() + c.problem.size()));
         // A refused file leaves the track before it in place.
@@ -183,7 +183,7 @@ TEST_F(LocationHostTest, TracksAreReplayedOrRefusedNamingTheFileAndLine) {
     unlink(walk.c_str());
     mkfifo(walk.c_str(), 0600);
     EXPECT_EQ("", position());
-    EXPECT_EQ(walk + ": not a regular file", orvex_test::adopt(orvex_host_location_problem()));
+    EXPECT_EQ(walk + ": not a regular file", orvex_test::lent(orvex_host_location_problem()));
 }
 
 TEST_F(LocationHostTest, ALargeTrackIsReadOnTheMainLoopInSlices) {
@@ -196,7 +196,7 @@ TEST_F(LocationHostTest, ALargeTrackIsReadOnTheMainLoopInSlices) {
     std::ofstream(path, std::ios::app) << "\n";
     start();
     EXPECT_EQ("", position());
-    EXPECT_EQ(path + ": still being read", orvex_test::adopt(orvex_host_location_problem()));
+    EXPECT_EQ(path + ": still being read", orvex_test::lent(orvex_host_location_problem()));
     EXPECT_TRUE(orvex_test::runUntil([&] { return states == std::vector<int>{1}; }));
     EXPECT_EQ(text({45.5, 2, 100}), position());
 }
@@ -303,8 +303,8 @@ TEST_F(LocationHostTest, GpsdIsReadWithinBoundsAndOnlyPlausibleFixesPass) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         FakeGpsd gpsd(c.script, c.then);
-        ASSERT_EQ(0, orvex_host_location_set_gpsd("127.0.0.1", gpsd.port));
-        ASSERT_EQ(0, orvex_host_location_set_backend("gpsd"));
+        EXPECT_EQ(0, orvex_host_location_set_gpsd("127.0.0.1", gpsd.port));
+        EXPECT_EQ(0, orvex_host_location_set_backend("gpsd"));
         orvex_test::clearLog();
         start();
         const std::string name = "gpsd at 127.0.0.1:" + std::to_string(gpsd.port) + ": ";

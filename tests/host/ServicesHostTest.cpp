@@ -27,9 +27,10 @@ TEST_F(ServicesHostTest, SettingsComeFromTheLocale) {
                               {"C.UTF-8", "", ""},
                               {"eo", "", "eo"}};
     for (const auto& c : cases) {
+        SCOPED_TRACE(c[0]);
         setenv("LC_ALL", c[0], 1);
-        EXPECT_EQ(c[1], orvex_test::adopt(vconf_get_str("db/csc/country_iso"))) << c[0];
-        EXPECT_EQ(c[2], orvex_test::adopt(vconf_get_str("db/menu_widget/regionformat"))) << c[0];
+        EXPECT_EQ(c[1], orvex_test::adopt(vconf_get_str("db/csc/country_iso")));
+        EXPECT_EQ(c[2], orvex_test::adopt(vconf_get_str("db/menu_widget/regionformat")));
     }
     unsetenv("LC_ALL");
 }

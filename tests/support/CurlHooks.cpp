@@ -1,3 +1,4 @@
+// libcurl calls wrapped for the tests: the test CA, local URLs, recorded options, failures.
 #define CURL_DISABLE_TYPECHECK 1
 #include "CurlHooks.h"
 

@@ -1,3 +1,4 @@
+// A fresh host platform per test, and what the library logged.
 #include "HostFixture.h"
 
 #include <unistd.h>

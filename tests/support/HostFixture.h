@@ -29,6 +29,8 @@ using Lines = std::vector<std::string>;
 // Takes over text the library or the platform allocated with malloc: its copy, then frees it (""
 // for none).
 std::string adopt(char* text);
+// A failure text the host lends (control.h): its copy ("" for none).
+inline std::string lent(const char* text) { return text ? text : ""; }
 
 std::vector<LogLine> logLines();
 void clearLog();

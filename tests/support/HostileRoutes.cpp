@@ -1,3 +1,4 @@
+// Answers no honest server gives: a gzip bomb, a huge body, an endless one, bad redirects.
 #include "HostileRoutes.h"
 
 #include <gio/gio.h>

@@ -1,3 +1,4 @@
+// Records what the engine and the proxy report, as lines a test compares.
 #include "HttpEvents.h"
 
 #include <algorithm>

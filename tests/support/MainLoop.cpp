@@ -1,3 +1,4 @@
+// Runs the default main context until a condition holds or a deadline passes.
 #include "MainLoop.h"
 
 #include <glib.h>

@@ -1,3 +1,4 @@
+// A local HTTP and HTTPS server on loopback with routes, held requests and recorded requests.
 #include "TestHttpServer.h"
 
 #include <arpa/inet.h>

@@ -1,3 +1,4 @@
+// Runs the orvex tool as a process of its own and collects its exit code and output.
 #include "ToolRunner.h"
 
 #include <gio/gio.h>

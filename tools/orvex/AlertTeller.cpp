@@ -1,3 +1,4 @@
+// Tells a storm alert in the log and to the user's hook command, without a shell.
 #include "AlertTeller.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// The altimeter of a running command: fed reading by reading, saving its totals now and then.
 #include "AltimeterSession.h"
 
 #include "AlertTeller.h"
@@ -20,7 +21,8 @@ double storedSlp() {
 }
 }  // namespace
 
-AltimeterSession::AltimeterSession() : altimeter_(storedSlp(), storedAlertThreshold()) {
+AltimeterSession::AltimeterSession(bool keeps)
+    : altimeter_(storedSlp(), storedAlertThreshold()), keeps_(keeps) {
     readSettings();
 }
 
@@ -44,6 +46,7 @@ AltimeterUpdate AltimeterSession::feed(double now, double hPa, double gnssAltitu
     double altitude = altimeter_.altitude();
     if (std::isnan(lowest_) || altitude < lowest_) lowest_ = altitude;
     if (std::isnan(highest_) || altitude > highest_) highest_ = altitude;
+    if (!keeps_) return update;
     if (update.alert == StormAlert::Change::Raised) {
         const StormAlert& alert = altimeter_.alert();
         hookProblem_ = tellStormAlert({alert.raisedAt(), alert.raisedTendency(), hPa,
@@ -60,7 +63,7 @@ AltimeterUpdate AltimeterSession::feed(double now, double hPa, double gnssAltitu
 void AltimeterSession::calibrated(double slpHpa) { altimeter_.calibrate(slpHpa); }
 
 void AltimeterSession::save() {
-    if (std::isnan(now_)) return;
+    if (std::isnan(now_) || !keeps_) return;
     lastSave_ = now_;
     const auto& totals = altimeter_.totals();
     addToTotals(now_, totals.ascent() - savedAscent_, totals.descent() - savedDescent_, lowest_,

@@ -15,7 +15,9 @@ namespace orvex_tool {
 class AltimeterSession {
 public:
     // Reads the stored sea-level pressure and the alert settings; the store must be initialised.
-    AltimeterSession();
+    // A session that does not keep (a `live` beside a running service, which keeps them already)
+    // shows what it sees but neither adds to the totals nor tells alerts a second time.
+    explicit AltimeterSession(bool keeps = true);
     // Keeps what was counted since the last save.
     ~AltimeterSession();
     AltimeterSession(const AltimeterSession&) = delete;
@@ -37,6 +39,7 @@ private:
     void readSettings();
 
     orvex_altimeter::Altimeter altimeter_;
+    const bool keeps_;
     std::string hook_;
     std::string hookProblem_;
     double now_ = NAN;

@@ -1,3 +1,4 @@
+// What the altimeter keeps between runs, in the application's own preference keys.
 #include "AltimeterStore.h"
 
 #include <glib.h>

@@ -1,11 +1,14 @@
-// Calibration of the sea-level pressure (weather agent, weather service, known altitude) and its
-// history.
+// Calibration of the sea-level pressure: from the weather agent, a weather service or a known
+// altitude.
 #include <glib.h>
+#include <orvex_host/control.h>
 #include <orvex_host/plausible.h>
+#include <platform/app_preference.h>
 #include <platform/key_storage.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <iostream>
 #include <string>
@@ -16,13 +19,13 @@
 #include "OrvexAltitudeMgr.h"
 #include "OrvexLocationMgr.h"
 #include "OrvexStorageMgr.h"
+#include "ServiceState.h"
 #include "Tool.h"
 
 namespace orvex_tool {
 namespace {
 
 int runCalibrate(const Options& options, const Args& args);
-int runHistory(const Options& options, const Args& args);
 
 const Command kCalibrate{
     "calibrate", "calibrate the sea-level pressure",
@@ -39,26 +42,11 @@ const Command kCalibrate{
     "Only\n"
     "a plausible sea-level pressure (850 to 1100 hPa) counts as a calibration.",
     runCalibrate};
-const Command kHistory{"history", "show the calibration history and the last calibration", "",
-                       runHistory};
-[[maybe_unused]] const bool registered = addCommand(kCalibrate) && addCommand(kHistory);
-
-std::string formatTime(long long t) {
-    return t == 0 ? "never" : orvex_tool::formatTime(t, "%Y-%m-%d %H:%M:%S");
-}
-
-// The stored calibration time; a text that is not a number reads as none.
-long long calibrationTime(OrvexStorageMgr* store) {
-    try {
-        return store->getDataCalTime();
-    } catch (const std::exception&) {
-        return 0;
-    }
-}
+[[maybe_unused]] const bool registered = addCommand(kCalibrate);
 
 int printCalibration(const Options& options, OrvexStorageMgr* store, const char* source) {
     double slp = store->getDataSLP();
-    long long when = calibrationTime(store);
+    long long when = storedCalibrationTime(store);
     if (options.json) {
         JsonLine()
             .add("source", source)
@@ -69,17 +57,38 @@ int printCalibration(const Options& options, OrvexStorageMgr* store, const char*
     } else {
         printRows({{"source", source},
                    {"sea-level pressure", formatDouble(slp, 2) + " hPa"},
-                   {"calibrated at", formatTime(when)},
+                   {"calibrated at", calibrationTimeText(when)},
                    {"history entries", std::to_string(storedHistory(store).size())}});
     }
     return 0;
 }
 
-// A calibration as the application stores it: the value, its time and a history entry.
-void storeCalibration(OrvexStorageMgr* store, double slp, long long when) {
-    store->saveDataSLP(slp);
+// A calibration as the application stores it: the value, its time and a history entry, whole or
+// not at all. The library reports only the first write; the store tells whether the other two
+// went through, and what was written is put back when one did not. Empty when it is stored.
+std::string storeCalibration(OrvexStorageMgr* store, double slp, long long when) {
+    const double slpBefore = store->getDataSLP();
+    char* text = nullptr;
+    const int timeRead = preference_get_string("ORVEX_DATA_CALIBRATE_TIME", &text);
+    const std::string timeBefore = text ? text : "";
+    free(text);
+    text = store->getDataSLPHistory();
+    const std::string historyBefore = text ? text : "";
+    free(text);
+    if (int rc = store->saveDataSLP(slp); rc != 0)
+        return "the sea-level pressure was not stored: " + storeProblem(rc);
     store->saveDataCalTime(when);
     store->addDataSLPHistory(when, slp);
+    text = store->getDataSLPHistory();
+    const bool inHistory = text && strstr(text, std::to_string(when).c_str());
+    free(text);
+    if (!orvex_host_store_problem() && storedCalibrationTime(store) == when && inHistory) return "";
+    const std::string why = storeProblem();
+    store->saveDataSLP(slpBefore);
+    if (timeRead == PREFERENCE_ERROR_NONE)
+        preference_set_string("ORVEX_DATA_CALIBRATE_TIME", timeBefore.c_str());
+    store->saveDataSLPHistory(historyBefore);
+    return "the calibration was not stored whole (" + why + "); the earlier one stays";
 }
 
 int calibrateFromAgent(const Options& options, const Args& args, guint timeoutMs) {
@@ -88,6 +97,7 @@ int calibrateFromAgent(const Options& options, const Args& args, guint timeoutMs
     const AgentCalibration result = orvex_tool::calibrateFromAgent(store, timeoutMs);
     if (result.end == AgentCalibration::End::Interrupted) return interruptedExit();
     if (result.end == AgentCalibration::End::Failed) return fail(result.message);
+    noteCalibrationSource("agent");
     return printCalibration(options, store, "weather agent");
 }
 
@@ -186,7 +196,10 @@ int calibrateFromService(const Options& options, const Args& args, guint timeout
                     "; nothing stored");
 
     long long observed = static_cast<long long>(d.updateTime / 1000.0);
-    storeCalibration(OrvexStorageMgr::getInstance(), d.pressure, observed);
+    if (std::string failed = storeCalibration(OrvexStorageMgr::getInstance(), d.pressure, observed);
+        !failed.empty())
+        return fail(failed);
+    noteCalibrationSource("service");
     const char* provider = d.provider == 1 ? "The Weather Company" : "AccuWeather";
     if (options.json) {
         JsonLine()
@@ -201,7 +214,7 @@ int calibrateFromService(const Options& options, const Args& args, guint timeout
         printRows({{"provider", provider},
                    {"position", formatDouble(d.latitude, 4) + ", " + formatDouble(d.longitude, 4)},
                    {"sea-level pressure", formatDouble(d.pressure, 2) + " hPa (stored)"},
-                   {"observed at", formatTime(observed)}});
+                   {"observed at", calibrationTimeText(observed)}});
     }
     return 0;
 }
@@ -223,7 +236,7 @@ int runCalibrate(const Options& options, const Args& given) {
         return usageError(kCalibrate, "expected: manual ALTITUDE_M PRESSURE_HPA");
     if (timed && !parseTimeout(timeoutText, &timeoutMs))
         return usageError(kCalibrate, "the time-out must be a positive number of seconds");
-    if (!initialiseStore()) return fail("cannot create the settings store");
+    if (!initialiseStore()) return fail(storeProblem());
     if (args[0] == "agent") return calibrateFromAgent(options, args, timeoutMs);
     if (args[0] == "service") return calibrateFromService(options, args, timeoutMs);
     if (args[0] == "manual") {
@@ -237,36 +250,14 @@ int runCalibrate(const Options& options, const Args& given) {
         double slp = store->getManualSLP(altitude, pressure);
         if (!orvex_host_plausible_slp(slp))
             return fail(implausibleSlp("the sea-level pressure", slp) + "; nothing stored");
-        storeCalibration(store, slp, static_cast<long long>(time(nullptr)));
+        if (std::string failed =
+                storeCalibration(store, slp, static_cast<long long>(time(nullptr)));
+            !failed.empty())
+            return fail(failed);
+        noteCalibrationSource("manual");
         return printCalibration(options, store, "known altitude");
     }
     return usageError(kCalibrate, "unknown source '" + args[0] + "'");
-}
-
-int runHistory(const Options& options, const Args& args) {
-    if (!args.empty()) return usageError(kHistory, "takes no arguments");
-    if (!initialiseStore()) return fail("cannot create the settings store");
-    OrvexStorageMgr* store = OrvexStorageMgr::getInstance();
-    std::vector<HistoryEntry> entries = storedHistory(store);
-    long long last = calibrationTime(store);
-    if (options.json) {
-        JsonLine json;
-        json.add("slp_hpa", store->getDataSLP()).add("calibrated_at", last).beginArray("history");
-        for (const auto& e : entries)
-            json.beginObject().add("time", e.time).add("slp_hpa", e.slp).endObject();
-        json.endArray().print();
-        return 0;
-    }
-    printRows({{"sea-level pressure", formatDouble(store->getDataSLP(), 2) + " hPa"},
-               {"last calibration", formatTime(last)}});
-    if (entries.empty()) {
-        std::cout << "no calibration recorded yet\n";
-        return 0;
-    }
-    std::cout << "\n  time                  sea-level pressure\n";
-    for (const auto& e : entries)
-        std::cout << "  " << formatTime(e.time) << "   " << formatDouble(e.slp, 2) << " hPa\n";
-    return 0;
 }
 
 }  // namespace

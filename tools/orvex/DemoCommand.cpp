@@ -45,15 +45,15 @@ void trueAltitude(const Options& options) {
 }
 
 int runDemo(const Options& options, const Args& args) {
-    std::string seconds = "4";
-    if (args.size() == 2 && args[0] == "--seconds") {
-        int n = 0;
-        if (!parseInt(args[1], &n) || n <= 0 || n > 60)
-            return fail("--seconds takes a whole number from 1 to 60");
-        seconds = args[1];
-    } else if (!args.empty()) {
-        return usageError(kDemo, "unknown argument '" + args[0] + "'");
-    }
+    Args rest = args;
+    gint n = 4;
+    GOptionEntry entries[] = {
+        {"seconds", 0, 0, G_OPTION_ARG_INT, &n, "seconds of live altitude", "N"}, {}};
+    int rc = 0;
+    if (!parseOptions(kDemo, rest, entries, &rc)) return rc;
+    if (!rest.empty()) return usageError(kDemo, "unknown argument '" + rest[0] + "'");
+    if (n <= 0 || n > 60) return fail("--seconds takes a whole number from 1 to 60");
+    const std::string seconds = std::to_string(n);
 
     heading(options, "Settings (initialised as the application does at start)");
     if (int rc = runCommand("init", options, {}); rc != 0) return rc;

@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 #include "OrvexStorageMgr.h"
+#include "Tool.h"
 
 namespace orvex_tool {
 namespace {
@@ -67,6 +68,18 @@ std::string withoutEntry(const std::string& text, long long time) {
     const size_t at = text.rfind(head);
     if (at == std::string::npos) return text;
     return text.substr(0, at) + text.substr(entryEnd(text, at));
+}
+
+long long storedCalibrationTime(OrvexStorageMgr* store) {
+    try {
+        return store->getDataCalTime();
+    } catch (const std::exception&) {
+        return 0;
+    }
+}
+
+std::string calibrationTimeText(long long time) {
+    return time == 0 ? "never" : formatTime(time, "%Y-%m-%d %H:%M:%S");
 }
 
 }  // namespace orvex_tool

@@ -23,6 +23,11 @@ std::vector<HistoryEntry> readHistory(const std::string& text);
 std::string storedHistoryText(OrvexStorageMgr* store);
 std::vector<HistoryEntry> storedHistory(OrvexStorageMgr* store);
 
+// The stored calibration time; a text that is not a number reads as none (0).
+long long storedCalibrationTime(OrvexStorageMgr* store);
+// A calibration time as people read it, "never" for none.
+std::string calibrationTimeText(long long time);
+
 // The text without the entry of `time`, as the library added it; the text as it is when there is
 // no such entry.
 std::string withoutEntry(const std::string& text, long long time);

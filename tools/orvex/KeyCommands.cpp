@@ -1,6 +1,7 @@
 // API keys of the weather services in the host key storage. Values come from standard input and
 // are never printed.
 #include <orvex_host/key_storage_control.h>
+#include <platform/key_storage.h>
 
 #include <cstdlib>
 #include <iostream>
@@ -25,24 +26,33 @@ const Command kKeys{
 
 [[maybe_unused]] const bool registered = addCommand(kKeys);
 
+// What the key store said, else what the platform's code means.
+std::string keyStoreProblem(int code) {
+    if (const char* problem = orvex_host_key_storage_problem()) return problem;
+    if (code == KEY_STORAGE_ERROR_PERMISSION_DENIED) return "keys.db is readable by others";
+    if (code == KEY_STORAGE_ERROR_INVALID_PARAMETER) return "that is not an alias";
+    return "error " + std::to_string(code);
+}
+
 int runKeys(const Options& options, const Args& args) {
     if (args.size() == 2 && args[0] == "set") {
         std::string value;
         std::getline(std::cin, value);
         while (!value.empty() && (value.back() == '\r' || value.back() == ' ')) value.pop_back();
         if (value.empty()) return fail("no key on standard input");
-        if (orvex_host_key_set(args[1].c_str(), value.c_str()) != 0)
-            return fail("cannot store the key (is keys.db readable by others?)");
+        if (int rc = orvex_host_key_set(args[1].c_str(), value.c_str()); rc != 0)
+            return fail("cannot store the key: " + keyStoreProblem(rc));
         return 0;
     }
     if (args.size() == 2 && args[0] == "remove") {
-        if (orvex_host_key_set(args[1].c_str(), nullptr) != 0) return fail("cannot remove the key");
+        if (int rc = orvex_host_key_set(args[1].c_str(), nullptr); rc != 0)
+            return fail("cannot remove the key: " + keyStoreProblem(rc));
         return 0;
     }
     if (!args.empty() && !(args.size() == 1 && args[0] == "list"))
         return usageError(kKeys, "expected list, set ALIAS or remove ALIAS");
     char* raw = orvex_host_key_aliases();
-    if (!raw) return fail("the key store is unreadable or readable by others");
+    if (!raw) return fail("cannot list the keys: " + keyStoreProblem(KEY_STORAGE_ERROR_IO_ERROR));
     std::string aliases = raw;
     free(raw);
     if (options.json) {

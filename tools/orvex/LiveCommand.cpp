@@ -13,6 +13,7 @@
 #include "OrvexSensor.h"
 #include "OrvexStorageMgr.h"
 #include "SensorListener.h"
+#include "ServiceState.h"
 #include "Tool.h"
 
 namespace orvex_tool {
@@ -198,12 +199,14 @@ WaitEnd watch(Tally& tally, int seconds) {
 int runLive(const Options& options, const Args& args) {
     int seconds = -1, rc = 0;
     if (!readSeconds(args, &seconds, &rc)) return rc;
-    if (!initialiseStore()) return fail("cannot create the settings store");
+    if (!initialiseStore()) return fail(storeProblem());
     OrvexStorageMgr* store = OrvexStorageMgr::getInstance();
     const Units units{store->getSettingDistance(), store->getSettingPressure()};
 
     SensorListener listener;
-    AltimeterSession altimeter;
+    // A running service already counts the ascent and tells the alerts of this data directory.
+    long servicePid = 0;
+    AltimeterSession altimeter(!ServiceLock::held(&servicePid));
     Tally tally;
     // Each reading, as the library passes it on: what it means, then its display.
     listener.onReading = [&](float pressure) {

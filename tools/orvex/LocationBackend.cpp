@@ -39,7 +39,8 @@ std::string locationBackendUsage() {
 }
 
 std::string locationSettingProblem(const char* key, const std::string& value) {
-    return printable(adopt(orvex_host_location_setting_problem(key, value.c_str())));
+    const char* problem = orvex_host_location_setting_problem(key, value.c_str());
+    return problem ? printable(problem) : "";
 }
 
 // The gpsd back end's address, the one setting a back end takes from this command.
@@ -100,8 +101,8 @@ int runLocationTrack(const Options&, const Args& args) {
     if (args.size() != 1) return fail("expected: location track FILE | track none");
     if (args[0] == "none")
         return orvex_host_location_set_track(nullptr) == 0 ? 0 : fail("cannot store the choice");
-    std::string problem = adopt(orvex_host_location_track_problem(args[0].c_str()));
-    if (!problem.empty()) return fail(printable(problem));
+    if (const char* problem = orvex_host_location_track_problem(args[0].c_str()))
+        return fail(printable(problem));
     int rc = orvex_host_location_set_track(args[0].c_str());
     return rc == 0 ? 0 : fail("cannot store the choice (error " + std::to_string(rc) + ")");
 }

@@ -61,10 +61,8 @@ public:
 // Why the back end has no position, as the back end says (gpsd unreachable, no fix yet, a track
 // it cannot read): " (why)", or nothing.
 std::string problem() {
-    char* why = orvex_host_location_problem();
-    std::string text = why ? " (" + printable(why) + ")" : "";
-    g_free(why);
-    return text;
+    const char* why = orvex_host_location_problem();
+    return why ? " (" + printable(why) + ")" : "";
 }
 
 int readPosition(const Options& options, guint timeoutMs) {
@@ -104,11 +102,7 @@ int readPosition(const Options& options, guint timeoutMs) {
 
 int runLocation(const Options& options, const Args& args) {
     // A variable that would be refused as an option is refused here too, before anything is done.
-    if (char* problem = orvex_host_location_config_problem()) {
-        std::string line = printable(problem);
-        g_free(problem);
-        return fail(line);
-    }
+    if (const char* problem = orvex_host_location_config_problem()) return fail(printable(problem));
     std::string sub = args.empty() ? "" : args[0];
     Args rest(args.begin() + (sub == "set" || sub == "track" || sub == "backend"), args.end());
     if (sub == "track") return runLocationTrack(options, rest);

@@ -98,7 +98,7 @@ int runRecorded(const Options& options, const Args& args) {
     if ((csv && svg) || (!csv && !rest.empty()) || rest.size() > 1)
         return usageError(kRecorded, "expected nothing, --csv [FILE] or --svg FILE");
 
-    if (!initialiseStore()) return fail("cannot create the settings store");
+    if (!initialiseStore()) return fail(storeProblem());
     SensorListener listener;
     OrvexSensor sensor(&listener);
     if (!sensor.startSensorRecorder())

@@ -38,7 +38,7 @@ int runStats(const Options& options, const Args& args) {
     int rc = 0;
     if (!parseOptions(kStats, rest, entries, &rc)) return rc;
     if (!rest.empty()) return usageError(kStats, "unexpected argument '" + rest[0] + "'");
-    if (!initialiseStore()) return fail("cannot create the settings store");
+    if (!initialiseStore()) return fail(storeProblem());
     if (reset) {
         if (int err = resetTotals(static_cast<double>(g_get_real_time()) / G_USEC_PER_SEC))
             return fail("the store refused the reset (error " + std::to_string(err) + ")");

@@ -1,9 +1,12 @@
+// Shared pieces of the orvex tool: command registry, options, output, units and waiting.
 #include "Tool.h"
 
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <ctime>
 #include <iostream>
 
 #include <glib-unix.h>
@@ -14,6 +17,7 @@
 #include <csignal>
 
 #include "OrvexStorageMgr.h"
+#include "orvex_host/control.h"
 
 namespace orvex_tool {
 
@@ -333,10 +337,19 @@ int interruptedExit() {
 }
 
 bool initialiseStore() {
+    // The library resets a store whose marker it cannot read: it must not meet one it cannot read.
+    if (orvex_host_store_problem()) return false;
     OrvexStorageMgr* store = OrvexStorageMgr::getInstance();
     if (!store) return false;
     store->initStorage();
-    return true;
+    return orvex_host_store_problem() == nullptr;
+}
+
+std::string storeProblem(int code) {
+    if (const char* problem = orvex_host_store_problem()) return problem;
+    if (code < 0 && code > -4096) return std::string("the store failed: ") + strerror(-code);
+    if (code != 0) return "the store failed (error " + std::to_string(code) + ")";
+    return "cannot create the settings store";
 }
 
 }  // namespace orvex_tool

@@ -115,8 +115,13 @@ WaitEnd waitFor(const std::function<bool()>& done, guint timeoutMs);
 // One line on stderr for a command that a signal interrupted; returns the exit code (130).
 int interruptedExit();
 
-// Opens the library's store the way the application does at start.
+// Opens the library's store the way the application does at start. False, with nothing written,
+// when the store cannot be used (unreadable, corrupt) and when initialising it failed; say
+// storeProblem() then.
 bool initialiseStore();
+// What failed in the host's store, in one line: the host's own account when it has one, otherwise
+// the platform's error code of the failed call (0: none known).
+std::string storeProblem(int code = 0);
 
 }  // namespace orvex_tool
 

@@ -47,22 +47,31 @@ const Command* findCommand(const std::string& name) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    Options options;
-    Args args;
-    bool help = false, version = false;
-    for (int i = 1; i < argc; ++i) {
-        std::string a = argv[i];
-        if (a == "-v" || a == "--verbose")
-            options.verbose = true;
-        else if (a == "--json")
-            options.json = true;
-        else if (a == "-h" || a == "--help")
-            help = true;
-        else if (a == "--version")
-            version = true;
-        else
-            args.push_back(a);
+    // The tool's own options may stand anywhere on the line; whatever GLib does not know (the
+    // command, its arguments and options, a negative number) is left, in order, for the command.
+    gboolean verbose = FALSE, json = FALSE, help = FALSE, version = FALSE;
+    GOptionEntry entries[] = {
+        {"verbose", 'v', 0, G_OPTION_ARG_NONE, &verbose, "show the library's log lines", nullptr},
+        {"json", 0, 0, G_OPTION_ARG_NONE, &json, "print data for scripts", nullptr},
+        {"help", 'h', 0, G_OPTION_ARG_NONE, &help, "explain the tool or a command", nullptr},
+        {"version", 0, 0, G_OPTION_ARG_NONE, &version, "print the version", nullptr},
+        {}};
+    GOptionContext* context = g_option_context_new(nullptr);
+    g_option_context_set_help_enabled(context, FALSE);
+    g_option_context_set_ignore_unknown_options(context, TRUE);
+    g_option_context_add_main_entries(context, entries, nullptr);
+    GError* error = nullptr;
+    bool parsed = g_option_context_parse(context, &argc, &argv, &error);
+    g_option_context_free(context);
+    if (!parsed) {
+        int rc = fail(error->message);
+        g_error_free(error);
+        return rc;
     }
+    Options options;
+    options.verbose = verbose;
+    options.json = json;
+    Args args(argv + 1, argv + argc);
     orvex_host_log_set_stderr_threshold(options.verbose ? DLOG_INFO : DLOG_SILENT);
     if (version) {
         std::cout << "orvex " ORVEX_VERSION "\n";
@@ -86,6 +95,7 @@ int main(int argc, char** argv) {
         printCommandHelp(*command);
         return 0;
     }
+    if (const char* problem = orvex_host_config_problem()) return fail(problem);
     // A refused data directory opens no store: every command would fail on it, some silently.
     if (const char* problem = orvex_host_data_dir_problem()) return fail(problem);
     args.erase(args.begin());

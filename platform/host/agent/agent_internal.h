@@ -40,9 +40,6 @@ std::unique_ptr<Source> makeOpenMeteoSource();
 // Ends the request under way without an answer: orvex_host_agent_problem() then says why.
 void problem(const std::string& why);
 
-// Sets the host configuration value, or clears it for NULL: 0 or -EIO.
-int storeConfig(const char* key, const char* value);
-
 }  // namespace agent
 }  // namespace orvex_host
 

@@ -26,10 +26,6 @@ const Backend kBackends[] = {
 };
 const int kBackendCount = static_cast<int>(sizeof kBackends / sizeof kBackends[0]);
 
-int storeConfig(const char* key, const char* value) {
-    return setConfig(key, value ? std::optional<std::string>(value) : std::nullopt) ? 0 : -EIO;
-}
-
 namespace {
 
 int g_requests = 0;
@@ -114,7 +110,7 @@ extern "C" int orvex_host_agent_request_count(void) { return g_requests; }
 
 extern "C" int orvex_host_agent_set_backend(const char* name) {
     if (name && find(name) < 0) return -EINVAL;
-    return storeConfig("agent_backend", name);
+    return orvex_host::saveConfig("agent_backend", name);
 }
 
 extern "C" const char* orvex_host_agent_backend(void) {
@@ -133,9 +129,8 @@ extern "C" int orvex_host_agent_backend_info_get(int index, orvex_host_agent_bac
 }
 
 extern "C" const char* orvex_host_agent_problem(void) {
-    static std::string copy;
-    copy = g_problem;
-    return copy.empty() ? nullptr : copy.c_str();
+    static thread_local std::string slot;
+    return orvex_host::lendProblem(slot, g_problem);
 }
 
 extern "C" void orvex_host_agent_on_problem(void (*callback)(const char* why, void* data),

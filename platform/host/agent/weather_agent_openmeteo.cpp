@@ -7,6 +7,7 @@
 #include <json-glib/json-glib.h>
 
 #include <cerrno>
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -175,11 +176,7 @@ std::string readAnswer(long status, const std::string& body, long long* time, do
     return why;
 }
 
-long timeoutMs() {
-    auto text = config("agent_timeout_ms");
-    long v = text ? strtol(text->c_str(), nullptr, 10) : 0;
-    return v > 0 ? v : kDefaultTimeoutMs;
-}
+long timeoutMs() { return configInt("agent_timeout_ms", 1, LONG_MAX).valueOr(kDefaultTimeoutMs); }
 
 struct Transfer {
     std::string port;
@@ -373,10 +370,9 @@ std::unique_ptr<Source> makeOpenMeteoSource() { return std::make_unique<OpenMete
 }  // namespace orvex_host
 
 using orvex_host::agent::kDefaultUrl;
-using orvex_host::agent::storeConfig;
 
 extern "C" int orvex_host_agent_set_url(const char* base_url) {
-    return storeConfig("agent_url", base_url);
+    return orvex_host::saveConfig("agent_url", base_url);
 }
 
 extern "C" const char* orvex_host_agent_url(void) {
@@ -386,9 +382,10 @@ extern "C" const char* orvex_host_agent_url(void) {
 }
 
 extern "C" int orvex_host_agent_set_ca_file(const char* path) {
-    return storeConfig("agent_ca_file", path);
+    return orvex_host::saveConfig("agent_ca_file", path);
 }
 
 extern "C" int orvex_host_agent_set_timeout_ms(long ms) {
-    return storeConfig("agent_timeout_ms", ms > 0 ? std::to_string(ms).c_str() : nullptr);
+    return orvex_host::saveConfig("agent_timeout_ms",
+                                  ms > 0 ? std::to_string(ms).c_str() : nullptr);
 }

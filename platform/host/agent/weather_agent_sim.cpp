@@ -25,7 +25,7 @@ class SimSource : public Source {
 public:
     void answer(const std::string& port) override {
         if (config("agent_silent").value_or("0") != "0") return;
-        long long age = atoll(config("agent_age").value_or("0").c_str());
+        long long age = configInt("agent_age", LLONG_MIN, LLONG_MAX).valueOr(0);
         // A stored age may be anything: an observation further off than a long long can say is
         // reported at the far end instead of wrapping round.
         long long observed;
@@ -56,32 +56,30 @@ std::unique_ptr<Source> makeSimSource() { return std::make_unique<SimSource>(); 
 }  // namespace agent
 }  // namespace orvex_host
 
-using orvex_host::agent::storeConfig;
-
 extern "C" int orvex_host_agent_set_pressure(const char* text) {
-    return storeConfig("agent_pressure", text);
+    return orvex_host::saveConfig("agent_pressure", text);
 }
 
 extern "C" int orvex_host_agent_set_age(long long seconds) {
-    return storeConfig("agent_age", std::to_string(seconds).c_str());
+    return orvex_host::saveConfig("agent_age", std::to_string(seconds).c_str());
 }
 
 extern "C" int orvex_host_agent_set_missing(const char* key) {
-    return storeConfig("agent_missing", key);
+    return orvex_host::saveConfig("agent_missing", key);
 }
 
 extern "C" int orvex_host_agent_set_empty(const char* key) {
-    return storeConfig("agent_empty", key);
+    return orvex_host::saveConfig("agent_empty", key);
 }
 
 extern "C" int orvex_host_agent_set_silent(int silent) {
-    return storeConfig("agent_silent", silent ? "1" : nullptr);
+    return orvex_host::saveConfig("agent_silent", silent ? "1" : nullptr);
 }
 
 extern "C" int orvex_host_agent_reset(void) {
     int rc = 0;
     for (const char* key :
          {"agent_pressure", "agent_age", "agent_missing", "agent_empty", "agent_silent"})
-        rc |= storeConfig(key, nullptr);
+        rc |= orvex_host::saveConfig(key, nullptr);
     return rc;
 }

@@ -1,5 +1,7 @@
-// Log service: stderr above a priority threshold, plus an in-memory capture for tests.
+// Log service: the system log, or stderr from a level asked for, plus an in-memory capture.
 #include "platform/dlog.h"
+
+#include <syslog.h>
 
 #include <cstdarg>
 #include <cstdio>
@@ -26,8 +28,10 @@ constexpr size_t kMaxCaptured = 100000;
 std::mutex g_logMutex;
 std::deque<Line> g_lines;
 
-int parseThreshold(const char* s) {
-    if (!s || !*s) return DLOG_ERROR;
+constexpr const char* kLevelNames = "verbose, debug, info, warn, error, fatal or silent";
+
+// A level as ORVEX_HOST_LOG_LEVEL gives it: a name or its number; -1 when it is neither.
+int parseLevel(const char* s) {
     static const struct {
         const char* name;
         int prio;
@@ -38,12 +42,56 @@ int parseThreshold(const char* s) {
         if (strcasecmp(s, n.name) == 0) return n.prio;
     char* end = nullptr;
     long v = strtol(s, &end, 10);
-    return (end && *end == '\0') ? static_cast<int>(v) : DLOG_ERROR;
+    return (*s && *end == '\0' && v >= DLOG_VERBOSE && v <= DLOG_SILENT) ? static_cast<int>(v) : -1;
 }
 
+std::string levelProblem() {
+    const char* env = getenv("ORVEX_HOST_LOG_LEVEL");
+    if (!env || parseLevel(env) >= 0) return "";
+    return std::string("ORVEX_HOST_LOG_LEVEL is '") + env + "', not a log level (" + kLevelNames +
+           ")";
+}
+
+[[maybe_unused]] const bool g_check = orvex_host::addConfigCheck(&levelProblem);
+
+// Lines go to the system log, as a service's do, until a level for stderr is asked for
+// (ORVEX_HOST_LOG_LEVEL or orvex_host_log_set_stderr_threshold()): a program that links the
+// library must not find the library's diagnostics on its own stderr.
+constexpr int kSystemLog = DLOG_DEFAULT;
+
 int& threshold() {
-    static int t = parseThreshold(getenv("ORVEX_HOST_LOG_LEVEL"));
+    static int t = [] {
+        const char* env = getenv("ORVEX_HOST_LOG_LEVEL");
+        int level = env ? parseLevel(env) : -1;
+        if (level >= 0) return level;
+        if (env) syslog(LOG_ERR, "ORVEX_HOST: %s", levelProblem().c_str());
+        return kSystemLog;
+    }();
     return t;
+}
+
+int syslogPriority(int prio) {
+    if (prio >= DLOG_FATAL) return LOG_CRIT;
+    if (prio == DLOG_ERROR) return LOG_ERR;
+    if (prio == DLOG_WARN) return LOG_WARNING;
+    if (prio == DLOG_INFO) return LOG_INFO;
+    return LOG_DEBUG;
+}
+
+// The library's colour wrappers are for terminals; a system log shows them as escape codes.
+std::string withoutColour(const std::string& text) {
+    std::string out;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\033' && i + 1 < text.size() && text[i + 1] == '[') {
+            size_t end = text.find('m', i + 2);
+            if (end != std::string::npos) {
+                i = end;
+                continue;
+            }
+        }
+        out += text[i];
+    }
+    return out;
 }
 
 const char* prioLetter(int prio) {
@@ -86,8 +134,12 @@ extern "C" int __dlog_print(log_id_t log_id, int prio, const char* tag, const ch
     va_end(ap);
 
     std::lock_guard<std::mutex> lock(g_logMutex);
-    if (prio >= threshold() && threshold() < DLOG_SILENT)
+    if (threshold() == kSystemLog) {
+        if (prio >= DLOG_INFO)
+            syslog(syslogPriority(prio), "%s: %s", tag, withoutColour(text).c_str());
+    } else if (prio >= threshold() && threshold() < DLOG_SILENT) {
         fprintf(stderr, "%s/%s: %s\n", prioLetter(prio), tag, text.c_str());
+    }
     if (g_lines.size() >= kMaxCaptured) g_lines.pop_front();
     g_lines.push_back(Line{prio, tag, std::move(text)});
     return n;

@@ -10,6 +10,7 @@
 
 #include "core/host_internal.h"
 #include "orvex_host/control.h"
+#include "orvex_host/plausible.h"
 
 namespace {
 
@@ -23,6 +24,15 @@ double modelSlp(double t) {
            2.5 * std::sin(kTwoPi * t / (17.0 * 3600.0) + 1.3);
 }
 
+// A pinned pressure is one the simulated sensor can report.
+orvex_host::Setting<double> pinnedSetting() {
+    return orvex_host::configDouble("weather_slp", ORVEX_HOST_PRESSURE_MIN_HPA,
+                                    ORVEX_HOST_PRESSURE_MAX_HPA);
+}
+
+[[maybe_unused]] const bool g_check =
+    orvex_host::addConfigCheck([] { return pinnedSetting().problem; });
+
 // A pinned pressure ("weather_slp"), read again only when the configuration changed: the
 // simulated sensor asks several times per event.
 std::optional<double> pinnedSlp(const orvex_host::ConfigStamp& stamp) {
@@ -33,11 +43,7 @@ std::optional<double> pinnedSlp(const orvex_host::ConfigStamp& stamp) {
     if (!(stamp == seen)) {
         seen = stamp;
         pinned.reset();
-        if (auto text = orvex_host::config("weather_slp")) {
-            char* end = nullptr;
-            double v = strtod(text->c_str(), &end);
-            if (end != text->c_str() && v > 0.0) pinned = v;
-        }
+        pinned = pinnedSetting().value;
     }
     return pinned;
 }
@@ -55,9 +61,10 @@ extern "C" double orvex_host_weather_slp(double t) {
 extern "C" int orvex_host_weather_set_slp(double slp) {
     std::optional<std::string> value;
     if (slp > 0.0) {
+        if (!orvex_host_plausible_pressure(slp)) return -EINVAL;
         char buf[64];
         snprintf(buf, sizeof buf, "%.17g", slp);
         value = buf;
     }
-    return orvex_host::setConfig("weather_slp", value) ? 0 : -EIO;
+    return orvex_host::saveConfig("weather_slp", value);
 }

@@ -41,9 +41,7 @@ std::optional<Fix> g_lastFix;
 time_t g_lastTime = 0;
 std::string g_reportedProblem;  // the settings' problem last logged
 
-bool setFlag(const char* key, int value) {
-    return orvex_host::setConfig(key, std::string(value ? "1" : "0"));
-}
+int setFlag(const char* key, int value) { return orvex_host::saveConfig(key, value ? "1" : "0"); }
 
 double nowSeconds() { return static_cast<double>(g_get_real_time()) / 1e6; }
 
@@ -366,10 +364,7 @@ extern "C" int orvex_host_location_set_backend(const char* name) {
     if (name && !b) return -EINVAL;
     const char* required = b ? prototype(b).required() : nullptr;
     if (required && !orvex_host::config(required)) return -ENOENT;
-    return orvex_host::setConfig("location_backend",
-                                 name ? std::optional<std::string>(name) : std::nullopt)
-               ? 0
-               : -EIO;
+    return orvex_host::saveConfig("location_backend", name);
 }
 
 extern "C" const char* orvex_host_location_backend(void) {
@@ -388,36 +383,37 @@ extern "C" const char* orvex_host_location_backend_summary(int i) {
     return i < 0 ? nullptr : b->summary;
 }
 
-extern "C" char* orvex_host_location_problem(void) {
+extern "C" const char* orvex_host_location_problem(void) {
+    static thread_local std::string slot;
     std::string problem = orvex_host::location::configProblem();
     if (problem.empty()) {
         Source* s = source();
         problem = s ? s->problem() : "";
     }
-    return problem.empty() ? nullptr : g_strdup(problem.c_str());
+    return orvex_host::lendProblem(slot, problem);
 }
 
-extern "C" char* orvex_host_location_config_problem(void) {
-    std::string problem = orvex_host::location::configProblem();
-    return problem.empty() ? nullptr : g_strdup(problem.c_str());
+extern "C" const char* orvex_host_location_config_problem(void) {
+    static thread_local std::string slot;
+    return orvex_host::lendProblem(slot, orvex_host::location::configProblem());
 }
 
-extern "C" char* orvex_host_location_setting_problem(const char* key, const char* value) {
-    if (!key || !value) return g_strdup("no setting given");
-    std::string problem = orvex_host::location::settingProblem(key, value);
-    return problem.empty() ? nullptr : g_strdup(problem.c_str());
+extern "C" const char* orvex_host_location_setting_problem(const char* key, const char* value) {
+    static thread_local std::string slot;
+    return orvex_host::lendProblem(
+        slot, key && value ? orvex_host::location::settingProblem(key, value) : "no setting given");
 }
 
 extern "C" int orvex_host_location_set_supported(int supported) {
-    return setFlag("location_supported", supported) ? 0 : -EIO;
+    return setFlag("location_supported", supported);
 }
 
 extern "C" int orvex_host_location_set_enabled(int enabled) {
-    return setFlag("location_enabled", enabled) ? 0 : -EIO;
+    return setFlag("location_enabled", enabled);
 }
 
 extern "C" int orvex_host_location_set_enable_answer(int accept) {
-    return setFlag("location_enable_answer", accept) ? 0 : -EIO;
+    return setFlag("location_enable_answer", accept);
 }
 
 extern "C" void orvex_host_location_inject_state(int state) { queueState(state); }

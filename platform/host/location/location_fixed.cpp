@@ -82,5 +82,5 @@ extern "C" int orvex_host_location_set_position(double latitude, double longitud
     using namespace orvex_host::location;
     if (!rangeProblem(latitude, longitude, altitude).empty()) return -EINVAL;
     std::string text = exact(latitude) + "," + exact(longitude) + "," + exact(altitude);
-    return orvex_host::setConfig("location_position", text) ? 0 : -EIO;
+    return orvex_host::saveConfig("location_position", text);
 }

@@ -419,12 +419,10 @@ std::unique_ptr<Source> makeGpsdSource() { return std::make_unique<GpsdSource>()
 
 extern "C" int orvex_host_location_set_gpsd(const char* host, int port) {
     if (port < 0 || port > 65535 || (host && !*host)) return -EINVAL;
-    bool ok = orvex_host::setConfig("location_gpsd_host",
-                                    host ? std::optional<std::string>(host) : std::nullopt) &&
-              orvex_host::setConfig(
-                  "location_gpsd_port",
-                  port ? std::optional<std::string>(std::to_string(port)) : std::nullopt);
-    return ok ? 0 : -EIO;
+    if (int rc = orvex_host::saveConfig("location_gpsd_host", host); rc != 0) return rc;
+    return orvex_host::saveConfig(
+        "location_gpsd_port",
+        port ? std::optional<std::string>(std::to_string(port)) : std::nullopt);
 }
 
 extern "C" char* orvex_host_location_gpsd_address(void) {

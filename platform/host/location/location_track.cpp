@@ -164,21 +164,17 @@ std::unique_ptr<Source> makeTrackSource() { return std::make_unique<TrackSource>
 
 using namespace orvex_host::location;
 
-extern "C" char* orvex_host_location_track_problem(const char* path) {
-    if (!path) return g_strdup("no track file given");
-    const TrackFile& t = trackFile(path, true);
-    return t.error.empty() ? nullptr : g_strdup(t.error.c_str());
+extern "C" const char* orvex_host_location_track_problem(const char* path) {
+    static thread_local std::string slot;
+    return orvex_host::lendProblem(slot,
+                                   path ? trackFile(path, true).error : "no track file given");
 }
 
 extern "C" int orvex_host_location_set_track(const char* path) {
     if (path) {
-        char* problem = orvex_host_location_track_problem(path);
-        g_free(problem);
-        if (problem) return -EINVAL;
+        if (orvex_host_location_track_problem(path)) return -EINVAL;
     }
     const char* name = path ? nameOf(makeTrackSource) : backends()[0].name;
-    bool ok = orvex_host::setConfig("location_track",
-                                    path ? std::optional<std::string>(path) : std::nullopt) &&
-              orvex_host::setConfig("location_backend", std::string(name));
-    return ok ? 0 : -EIO;
+    if (int rc = orvex_host::saveConfig("location_track", path); rc != 0) return rc;
+    return orvex_host::saveConfig("location_backend", name);
 }

@@ -64,7 +64,7 @@ Backend& backend() {
     std::string root = configOr("sensor_iio_root", kDefaultIioRoot);
     std::string key = name + '\n' + seed + '\n' + trace + '\n' + loop + '\n' + root;
     if (g_backend && key == g_key) return *g_backend;
-    Settings settings{seedOf(seed), trace, loop != "0", root};
+    Settings settings{configuredSeed(), trace, configBool("sensor_trace_loop").valueOr(true), root};
     const Kind* kind = findKind(name);
     g_backend = (kind ? kind : &kKinds[0])->make(settings);
     if (!kind) g_backend->problem = refusal(name);
@@ -137,22 +137,6 @@ bool canBackfill() {
 
 using namespace orvex_host;
 
-namespace {
-
-int setOrClear(const char* key, const char* value) {
-    std::optional<std::string> v;
-    if (value) v = value;
-    return setConfig(key, v) ? 0 : -EIO;
-}
-
-// Texts handed out stay valid until the next call that hands out the same kind.
-const char* handOut(std::string& copy, std::string text) {
-    copy = std::move(text);
-    return copy.empty() ? nullptr : copy.c_str();
-}
-
-}  // namespace
-
 extern "C" const char* orvex_host_sensor_backend_name(int index) {
     return index >= 0 && index < sensor::kKindCount ? sensor::kKinds[index].name : nullptr;
 }
@@ -162,13 +146,13 @@ extern "C" const char* orvex_host_sensor_backend_summary(int index) {
 }
 
 extern "C" const char* orvex_host_sensor_backend_refusal(const char* name) {
-    static std::string copy;
-    return handOut(copy, sensor::refusal(name ? name : ""));
+    static thread_local std::string slot;
+    return lendProblem(slot, sensor::refusal(name ? name : ""));
 }
 
 extern "C" int orvex_host_sensor_set_backend(const char* name) {
     if (name && !sensor::findKind(name)) return -EINVAL;
-    return setOrClear("sensor_backend", name);
+    return saveConfig("sensor_backend", name);
 }
 
 extern "C" const char* orvex_host_sensor_backend(void) {
@@ -178,29 +162,29 @@ extern "C" const char* orvex_host_sensor_backend(void) {
 }
 
 extern "C" const char* orvex_host_sensor_backend_problem(void) {
-    static std::string copy;
-    return handOut(copy, sensor::backendProblem());
+    static thread_local std::string slot;
+    return lendProblem(slot, sensor::backendProblem());
 }
 
 extern "C" const char* orvex_host_sensor_reading_problem(void) {
-    static std::string copy;
+    static thread_local std::string slot;
     sensor::Backend& b = sensor::backend();
-    return handOut(copy, b.problem.empty() ? b.failure : b.problem);
+    return lendProblem(slot, b.problem.empty() ? b.failure : b.problem);
 }
 
 extern "C" int orvex_host_sensor_ended(void) { return sensor::backendEnded() ? 1 : 0; }
 
 extern "C" int orvex_host_sensor_set_seed(unsigned int seed) {
-    return setOrClear("sensor_seed", std::to_string(seed).c_str());
+    return saveConfig("sensor_seed", std::to_string(seed));
 }
 
 extern "C" int orvex_host_sensor_set_trace(const char* path, int loop) {
-    if (int rc = setOrClear("sensor_trace", path); rc != 0) return rc;
-    return setOrClear("sensor_trace_loop", loop ? "1" : "0");
+    if (int rc = saveConfig("sensor_trace", path); rc != 0) return rc;
+    return saveConfig("sensor_trace_loop", loop ? "1" : "0");
 }
 
 extern "C" int orvex_host_sensor_set_iio_root(const char* path) {
-    return setOrClear("sensor_iio_root", path);
+    return saveConfig("sensor_iio_root", path);
 }
 
 extern "C" void orvex_host_sensor_set_clock(double t) { sensor::g_clock = t > 0.0 ? t : 0.0; }

@@ -93,8 +93,8 @@ std::unique_ptr<Backend> makeTraceBackend(const Settings& settings);
 // The rows of a trace file ("seconds,hPa", times that do not go back), or why it cannot be used.
 CsvTable readTrace(const std::string& path);
 
-// The sim back end's seed from its configuration text (1 when there is none).
-unsigned seedOf(const std::optional<std::string>& text);
+// The sim back end's configured seed (1 when there is none or it is not one).
+unsigned configuredSeed();
 
 }  // namespace sensor
 }  // namespace orvex_host

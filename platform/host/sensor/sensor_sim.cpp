@@ -1,4 +1,5 @@
 // The sim back end: a walker under the host's simulated weather.
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -63,7 +64,7 @@ private:
 
 SimBackend configured() {
     configStamp();  // the walk under the weather as it is now
-    return SimBackend(seedOf(config("sensor_seed")));
+    return SimBackend(configuredSeed());
 }
 
 }  // namespace
@@ -72,11 +73,8 @@ std::unique_ptr<Backend> makeSimBackend(const Settings& settings) {
     return std::make_unique<SimBackend>(settings.seed);
 }
 
-unsigned seedOf(const std::optional<std::string>& text) {
-    if (!text) return 1u;
-    char* end = nullptr;
-    unsigned long v = strtoul(text->c_str(), &end, 10);
-    return end != text->c_str() ? static_cast<unsigned>(v) : 1u;
+unsigned configuredSeed() {
+    return static_cast<unsigned>(configInt("sensor_seed", 0, UINT_MAX).valueOr(1));
 }
 
 }  // namespace sensor

@@ -5,6 +5,7 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -23,6 +24,7 @@ std::string g_keysPath;
 dev_t g_keysDev = 0;
 ino_t g_keysIno = 0;
 orvex_host::StmtCache g_statements;
+std::string g_openProblem;  // why the store could not be opened last time
 
 void closeKeysLocked() {
     g_statements.clear();
@@ -40,7 +42,8 @@ void closeKeys() {
 
 // The open store under g_keyMutex; created (0600) when missing if `create`.
 sqlite3* openKeys(bool create, int* error) {
-    if (!orvex_host::dataDirProblem().empty()) {
+    g_openProblem = orvex_host::dataDirProblem();
+    if (!g_openProblem.empty()) {
         *error = KEY_STORAGE_ERROR_IO_ERROR;
         return nullptr;
     }
@@ -53,31 +56,27 @@ sqlite3* openKeys(bool create, int* error) {
             return nullptr;
         }
         if (!orvex_host::ensurePrivateFile(path) || stat(path.c_str(), &st) != 0) {
+            g_openProblem = "cannot create " + path + ": " + strerror(errno);
             *error = KEY_STORAGE_ERROR_IO_ERROR;
             return nullptr;
         }
     } else if (st.st_mode & 077) {
         closeKeysLocked();
+        g_openProblem = path + " is readable by others; refused";
         *error = KEY_STORAGE_ERROR_PERMISSION_DENIED;
         return nullptr;
     }
     if (g_keys && path == g_keysPath && st.st_dev == g_keysDev && st.st_ino == g_keysIno)
         return g_keys;
     closeKeysLocked();
-    sqlite3* db = nullptr;
-    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_FULLMUTEX,
-                        nullptr) != SQLITE_OK) {
-        sqlite3_close_v2(db);
+    sqlite3* db = orvex_host::openDurable(
+        path, "CREATE TABLE IF NOT EXISTS secret(alias TEXT PRIMARY KEY, value TEXT NOT NULL)",
+        &g_openProblem);
+    if (!db) {
         *error = KEY_STORAGE_ERROR_IO_ERROR;
         return nullptr;
     }
-    sqlite3_busy_timeout(db, 5000);
-    // Durable like the host store: a write is one transaction that survives a crash whole.
-    sqlite3_exec(db,
-                 "PRAGMA journal_mode=WAL;"
-                 "PRAGMA synchronous=FULL;"
-                 "CREATE TABLE IF NOT EXISTS secret(alias TEXT PRIMARY KEY, value TEXT NOT NULL)",
-                 nullptr, nullptr, nullptr);
+    g_openProblem.clear();
     g_keys = db;
     g_keysPath = path;
     g_keysDev = st.st_dev;
@@ -95,7 +94,9 @@ extern "C" int key_storage_get(const char* alias, char** data) {
     sqlite3* db = openKeys(false, &error);
     if (!db) return error;
     orvex_host::Stmt st(g_statements, db, "SELECT value FROM secret WHERE alias=?");
-    if (st.bind(1, alias).step() != SQLITE_ROW) return KEY_STORAGE_ERROR_NO_SUCH_ALIAS;
+    int rc = st.bind(1, alias).step();
+    if (rc == SQLITE_DONE) return KEY_STORAGE_ERROR_NO_SUCH_ALIAS;
+    if (rc != SQLITE_ROW) return KEY_STORAGE_ERROR_IO_ERROR;
     const unsigned char* v = sqlite3_column_text(st.get(), 0);
     char* copy = strdup(v ? reinterpret_cast<const char*>(v) : "");
     if (!copy) return KEY_STORAGE_ERROR_OUT_OF_MEMORY;
@@ -114,7 +115,7 @@ extern "C" int orvex_host_key_set(const char* alias, const char* value) {
                               : "DELETE FROM secret WHERE alias=?");
     st.bind(1, alias);
     if (value) st.bind(2, value);
-    return st.step() == SQLITE_DONE ? 0 : KEY_STORAGE_ERROR_IO_ERROR;
+    return st.step() == SQLITE_DONE ? KEY_STORAGE_ERROR_NONE : KEY_STORAGE_ERROR_IO_ERROR;
 }
 
 extern "C" char* orvex_host_key_aliases(void) {
@@ -124,7 +125,19 @@ extern "C" char* orvex_host_key_aliases(void) {
     if (!db) return error == KEY_STORAGE_ERROR_NO_SUCH_ALIAS ? strdup("") : nullptr;
     std::string out;
     orvex_host::Stmt st(g_statements, db, "SELECT alias FROM secret ORDER BY alias");
-    while (st.step() == SQLITE_ROW)
+    int rc;
+    while ((rc = st.step()) == SQLITE_ROW)
         out += std::string(reinterpret_cast<const char*>(sqlite3_column_text(st.get(), 0))) + "\n";
-    return strdup(out.c_str());
+    return rc == SQLITE_DONE ? strdup(out.c_str()) : nullptr;
+}
+
+extern "C" const char* orvex_host_key_storage_problem(void) {
+    static thread_local std::string slot;
+    std::lock_guard<std::mutex> lock(g_keyMutex);
+    int error = 0;
+    sqlite3* db = openKeys(false, &error);
+    if (!db)
+        return orvex_host::lendProblem(
+            slot, error == KEY_STORAGE_ERROR_NO_SUCH_ALIAS ? "" : g_openProblem);
+    return orvex_host::lendProblem(slot, orvex_host::lastFailure(g_keysPath));
 }

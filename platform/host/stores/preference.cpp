@@ -3,6 +3,8 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <map>
+#include <string>
 
 #include "core/host_internal.h"
 
@@ -33,18 +35,76 @@ int setValue(const char* key, ValueType type, Bind bindValue) {
     return st.step() == SQLITE_DONE ? PREFERENCE_ERROR_NONE : PREFERENCE_ERROR_IO_ERROR;
 }
 
-// Looks the key up; on success the statement stands on its row, which has the wanted type.
-int findValue(orvex_host::Stmt& st, const char* key, ValueType type) {
-    if (!st.ok()) return PREFERENCE_ERROR_IO_ERROR;
-    st.bind(1, key);
-    int rc = st.step();
-    if (rc == SQLITE_DONE) return PREFERENCE_ERROR_NO_KEY;
-    if (rc != SQLITE_ROW) return PREFERENCE_ERROR_IO_ERROR;
-    if (sqlite3_column_int(st.get(), 0) != type) return PREFERENCE_ERROR_TYPE_MISMATCH;
-    return PREFERENCE_ERROR_NONE;
+// A key as the store last answered for it.
+struct Row {
+    int rc = PREFERENCE_ERROR_NO_KEY;  // PREFERENCE_ERROR_NONE when found
+    int type = 0;
+    int ival = 0;
+    double dval = 0;
+    std::string sval;
+};
+
+Row failed() {
+    Row row;
+    row.rc = PREFERENCE_ERROR_IO_ERROR;
+    return row;
 }
 
 constexpr const char* kSelect = "SELECT type, ival, dval, sval FROM preference WHERE key=?";
+constexpr size_t kMaxCached = 64;
+
+// Answers read since the store last changed. The application reads the same few keys over and
+// over (the sea-level pressure with every reading); while no connection has committed, asking
+// SQLite again would only take and drop a read lock for the same answer.
+std::map<std::string, Row> g_cache;
+orvex_host::StoreVersion g_cacheVersion;
+
+void dropCache() {
+    std::lock_guard<std::recursive_mutex> lock(orvex_host::storeMutex());
+    g_cache.clear();
+    g_cacheVersion = {};
+}
+
+[[maybe_unused]] const bool g_closeHook = orvex_host::onStoresClose(&dropCache);
+
+// The key's row; rc is an I/O error when the store cannot answer. Under storeMutex().
+Row lookUp(const char* key) {
+    sqlite3* db = prefs();
+    if (!db) return failed();
+    orvex_host::StoreVersion version = orvex_host::storeVersion(db);
+    if (!(version == g_cacheVersion)) {
+        g_cache.clear();
+        g_cacheVersion = version;
+    }
+    if (auto it = g_cache.find(key); it != g_cache.end()) return it->second;
+    orvex_host::Stmt st(kept(), db, kSelect);
+    if (!st.ok()) return failed();
+    int rc = st.bind(1, key).step();
+    Row row;
+    if (rc == SQLITE_ROW) {
+        row.rc = PREFERENCE_ERROR_NONE;
+        row.type = sqlite3_column_int(st.get(), 0);
+        row.ival = sqlite3_column_int(st.get(), 1);
+        row.dval = sqlite3_column_double(st.get(), 2);
+        const unsigned char* text = sqlite3_column_text(st.get(), 3);
+        row.sval = text ? reinterpret_cast<const char*>(text) : "";
+    } else if (rc != SQLITE_DONE) {
+        return failed();
+    }
+    if (version.valid) {
+        if (g_cache.size() >= kMaxCached) g_cache.clear();
+        g_cache[key] = row;
+    }
+    return row;
+}
+
+// The key's row when it holds a value of the wanted type; otherwise rc says why not.
+Row find(const char* key, ValueType type) {
+    Row row = lookUp(key);
+    if (row.rc == PREFERENCE_ERROR_NONE && row.type != type)
+        row.rc = PREFERENCE_ERROR_TYPE_MISMATCH;
+    return row;
+}
 
 }  // namespace
 
@@ -68,31 +128,27 @@ extern "C" int preference_get_int(const char* key, int* value) {
     ORVEX_HOST_FAULT_RETURN("preference_get_int");
     if (!key || !*key || !value) return PREFERENCE_ERROR_INVALID_PARAMETER;
     std::lock_guard<std::recursive_mutex> lock(orvex_host::storeMutex());
-    orvex_host::Stmt st(kept(), prefs(), kSelect);
-    int rc = findValue(st, key, kInt);
-    if (rc == PREFERENCE_ERROR_NONE) *value = sqlite3_column_int(st.get(), 1);
-    return rc;
+    Row row = find(key, kInt);
+    if (row.rc == PREFERENCE_ERROR_NONE) *value = row.ival;
+    return row.rc;
 }
 
 extern "C" int preference_get_double(const char* key, double* value) {
     ORVEX_HOST_FAULT_RETURN("preference_get_double");
     if (!key || !*key || !value) return PREFERENCE_ERROR_INVALID_PARAMETER;
     std::lock_guard<std::recursive_mutex> lock(orvex_host::storeMutex());
-    orvex_host::Stmt st(kept(), prefs(), kSelect);
-    int rc = findValue(st, key, kDouble);
-    if (rc == PREFERENCE_ERROR_NONE) *value = sqlite3_column_double(st.get(), 2);
-    return rc;
+    Row row = find(key, kDouble);
+    if (row.rc == PREFERENCE_ERROR_NONE) *value = row.dval;
+    return row.rc;
 }
 
 extern "C" int preference_get_string(const char* key, char** value) {
     ORVEX_HOST_FAULT_RETURN("preference_get_string");
     if (!key || !*key || !value) return PREFERENCE_ERROR_INVALID_PARAMETER;
     std::lock_guard<std::recursive_mutex> lock(orvex_host::storeMutex());
-    orvex_host::Stmt st(kept(), prefs(), kSelect);
-    int rc = findValue(st, key, kString);
-    if (rc != PREFERENCE_ERROR_NONE) return rc;
-    const unsigned char* text = sqlite3_column_text(st.get(), 3);
-    char* copy = strdup(text ? reinterpret_cast<const char*>(text) : "");
+    Row row = find(key, kString);
+    if (row.rc != PREFERENCE_ERROR_NONE) return row.rc;
+    char* copy = strdup(row.sval.c_str());
     if (!copy) return PREFERENCE_ERROR_OUT_OF_MEMORY;
     *value = copy;
     return PREFERENCE_ERROR_NONE;
@@ -113,10 +169,8 @@ extern "C" int preference_is_existing(const char* key, bool* existing) {
     ORVEX_HOST_FAULT_RETURN("preference_is_existing");
     if (!key || !*key || !existing) return PREFERENCE_ERROR_INVALID_PARAMETER;
     std::lock_guard<std::recursive_mutex> lock(orvex_host::storeMutex());
-    orvex_host::Stmt st(kept(), prefs(), "SELECT 1 FROM preference WHERE key=?");
-    if (!st.ok()) return PREFERENCE_ERROR_IO_ERROR;
-    int rc = st.bind(1, key).step();
-    if (rc != SQLITE_ROW && rc != SQLITE_DONE) return PREFERENCE_ERROR_IO_ERROR;
-    *existing = (rc == SQLITE_ROW);
+    Row row = lookUp(key);
+    if (row.rc == PREFERENCE_ERROR_IO_ERROR) return row.rc;
+    *existing = row.rc == PREFERENCE_ERROR_NONE;
     return PREFERENCE_ERROR_NONE;
 }

@@ -44,15 +44,19 @@ struct Override {
     std::optional<std::string> sval;
 };
 
-std::optional<Override> findOverride(const char* key) {
+// The key's override; false when the store cannot say (an override may hide there, so the host
+// default would be a guess).
+bool findOverride(const char* key, std::optional<Override>* found) {
     std::lock_guard<std::recursive_mutex> lock(orvex_host::storeMutex());
     orvex_host::Stmt st(orvex_host::store(),
                         "SELECT is_int, ival, sval FROM vconf_override WHERE key=?");
-    if (!st.ok() || st.bind(1, key).step() != SQLITE_ROW) return std::nullopt;
+    int rc = st.ok() ? st.bind(1, key).step() : SQLITE_CANTOPEN;
+    if (rc != SQLITE_ROW) return rc == SQLITE_DONE;
     Override o{sqlite3_column_int(st.get(), 0) != 0, sqlite3_column_int(st.get(), 1), std::nullopt};
     if (const unsigned char* s = sqlite3_column_text(st.get(), 2))
         o.sval = std::string(reinterpret_cast<const char*>(s));
-    return o;
+    *found = o;
+    return true;
 }
 
 int writeOverride(const char* key, bool isInt, int ival, const char* sval) {
@@ -70,7 +74,9 @@ int writeOverride(const char* key, bool isInt, int ival, const char* sval) {
 extern "C" int vconf_get_int(const char* in_key, int* val) {
     ORVEX_HOST_FAULT_RETURN("vconf_get_int");
     if (!in_key || !val) return VCONF_ERROR;
-    if (auto o = findOverride(in_key)) {
+    std::optional<Override> o;
+    if (!findOverride(in_key, &o)) return VCONF_ERROR;
+    if (o) {
         if (!o->isInt) return VCONF_ERROR;
         *val = o->ival;
         return VCONF_OK;
@@ -86,7 +92,9 @@ extern "C" char* vconf_get_str(const char* in_key) {
     int code;
     if (orvex_host::fault("vconf_get_str", &code) || !in_key) return nullptr;
     std::optional<std::string> value;
-    if (auto o = findOverride(in_key)) {
+    std::optional<Override> o;
+    if (!findOverride(in_key, &o)) return nullptr;
+    if (o) {
         if (o->isInt) return nullptr;
         value = o->sval;
     } else if (strcmp(in_key, "db/csc/country_iso") == 0) {

@@ -1,3 +1,4 @@
+// What the altimeter tells from each reading: motion, estimate, tendency, alert and ascent.
 #include "Altimeter.h"
 
 namespace orvex_altimeter {

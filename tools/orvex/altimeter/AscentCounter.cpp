@@ -1,3 +1,4 @@
+// Ascent and descent with a turn counted only past the hysteresis, lowest and highest altitude.
 #include "AscentCounter.h"
 
 #include <cmath>

@@ -1,3 +1,4 @@
+// The least-squares slope over a sliding window of time.
 #include "LinearTrend.h"
 
 #include <cmath>

@@ -1,3 +1,4 @@
+// Moving or resting, from the barometric altitude's slope or a GNSS fix's.
 #include "MotionDetector.h"
 
 #include <cmath>

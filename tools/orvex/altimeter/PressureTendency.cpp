@@ -1,3 +1,4 @@
+// The three-hour change of the sea-level-pressure estimate and its words.
 #include "PressureTendency.h"
 
 #include <cmath>

@@ -1,3 +1,4 @@
+// The sea-level-pressure estimate and the altitude, each held or followed by the motion.
 #include "SeaLevelEstimator.h"
 
 #include <algorithm>

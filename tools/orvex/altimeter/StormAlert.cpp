@@ -1,3 +1,4 @@
+// The storm alert: raised once per fall past the threshold, re-armed on recovery.
 #include "StormAlert.h"
 
 #include <cmath>

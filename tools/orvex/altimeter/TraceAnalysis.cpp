@@ -1,3 +1,4 @@
+// A recorded trace run through the altimeter, with its totals, alerts and mode switches.
 #include "TraceAnalysis.h"
 
 #include <cmath>

@@ -1,3 +1,4 @@
+// A fast reader of recorded traces: seconds, hPa and an optional GNSS altitude per row.
 #include "TraceReader.h"
 
 #include <fcntl.h>

@@ -2,6 +2,11 @@
  * Control interface of the host platform. Tests and the host tool use it to put the platform into a
  * known state, to inject faults and events and to read what the library logged. The library itself
  * never includes this header.
+ *
+ * Failure texts: every orvex_host_*_problem() function answers NULL when there is no problem and
+ * otherwise one line of text that the host owns. The caller neither frees nor keeps it: it stays
+ * valid in the calling thread until that thread calls the same function again (each thread has
+ * its own copy, so threads do not overwrite each other's answers).
  */
 #ifndef ORVEX_HOST_CONTROL_H
 #define ORVEX_HOST_CONTROL_H
@@ -22,16 +27,33 @@ extern "C" {
 const char* orvex_host_data_dir(void);
 
 /*
- * Why the data directory cannot be used (it cannot be created, or group or others can write to an
- * existing one); NULL when it can. No store opens in a refused directory.
+ * Why the data directory cannot be used (it cannot be created or written to, group or others can
+ * write to an existing one, or $ORVEX_HOST_HOME is not an absolute path); NULL when it can. No
+ * store opens in a refused directory.
  */
 const char* orvex_host_data_dir_problem(void);
 
 /*
+ * Why the host store (host.db, which holds the preferences, system-setting overrides, recorder
+ * samples and host configuration) cannot be used now, or why its last write failed: "<path> is
+ * corrupt", "cannot write <path>: the disk is full", ... NULL when it opens, reads back whole and
+ * its last write went through. A corrupt store is never rebuilt: what it holds stays for the user
+ * to rescue.
+ */
+const char* orvex_host_store_problem(void);
+
+/*
+ * Why a host setting given in the environment (ORVEX_HOST_*) is refused, in one line naming the
+ * variable and what it must be; NULL when every one that is set is usable. A refused value is
+ * treated as not set.
+ */
+const char* orvex_host_config_problem(void);
+
+/*
  * Uses path as the data directory from now on (closing the stores of the previous one). NULL goes
  * back to the directory the environment names, resolved again on next use. A directory that cannot
- * be used is refused with a negative errno (-EPERM when group or others can write to it), and the
- * previous one stays.
+ * be used is refused with a negative errno (-EINVAL for a relative path, -EPERM when group or
+ * others can write to it, -EACCES or -EROFS when it cannot be written), and the previous one stays.
  */
 int orvex_host_set_data_dir(const char* path);
 
@@ -46,6 +68,9 @@ int orvex_host_reset(void);
 /*
  * Makes the next `count` calls of the named platform function (for example "preference_get_int")
  * fail with `code` instead of doing their work. A count of -1 fails every call until cleared.
+ * "sqlite3_step" makes the host's own statements on its stores fail with `code` as a SQLite
+ * result code (SQLITE_FULL for a full disk, SQLITE_IOERR for a failing one), so that the platform
+ * functions answer as they would on such a disk.
  */
 void orvex_host_fail_next(const char* function, int count, int code);
 /* The same after letting `skip` calls of the function succeed first. */
@@ -54,7 +79,12 @@ void orvex_host_clear_faults(void);
 
 /* ---- Log ---- */
 
-/* Lines of at least this priority also go to stderr (default DLOG_ERROR, or $ORVEX_HOST_LOG_LEVEL).
+/*
+ * Where the log's lines go, besides the capture that tests read: by default to the system log
+ * (syslog(3), which the journal collects), information and above. Once a level for stderr is asked
+ * for, by $ORVEX_HOST_LOG_LEVEL (verbose, debug, info, warn, error, fatal, silent, or the
+ * priority's number) or by this call, lines of at least that priority go to stderr instead, and
+ * DLOG_SILENT sends them nowhere. DLOG_DEFAULT goes back to the system log.
  */
 void orvex_host_log_set_stderr_threshold(int prio);
 /* Number of lines captured since the last reset or clear. */
@@ -86,7 +116,10 @@ int orvex_host_vconf_unset(const char* key);
  * calibration from the agent brings the computed altitude to the simulated true altitude.
  */
 double orvex_host_weather_slp(double t);
-/* Pins the simulated weather to a fixed sea-level pressure; a value <= 0 returns to the model. */
+/*
+ * Pins the simulated weather to a fixed sea-level pressure, one a pressure sensor can report (260
+ * to 1260 hPa, else -EINVAL); a value <= 0 returns to the model. $ORVEX_HOST_WEATHER_SLP wins.
+ */
 int orvex_host_weather_set_slp(double slp);
 
 #ifdef __cplusplus

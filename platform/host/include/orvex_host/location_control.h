@@ -41,10 +41,10 @@ int orvex_host_location_set_position(double latitude, double longitude, double a
  */
 int orvex_host_location_set_track(const char* path);
 /*
- * Why the file is not a usable track, as one line naming the file (and the line in it), in a new
- * string for g_free(); NULL when it is one. Reads the whole file now.
+ * Why the file is not a usable track, as one line naming the file (and the line in it); NULL
+ * when it is one. Reads the whole file now. Failure texts are lent as control.h says.
  */
-char* orvex_host_location_track_problem(const char* path);
+const char* orvex_host_location_track_problem(const char* path);
 /*
  * A back end by name; NULL returns to the default. -EINVAL for an unknown name, -ENOENT for
  * "track" before a track was set.
@@ -58,15 +58,15 @@ const char* orvex_host_location_backend_summary(int i);
 /*
  * Why VALUE is refused for the setting KEY (the host configuration key: "location_backend",
  * "location_position" as "LAT,LON,ALT", "location_track", "location_gpsd_host",
- * "location_gpsd_port", "location_enabled", ...), one line in a new string for g_free(); NULL
- * when it is fine. The environment is checked with the same words.
+ * "location_gpsd_port", "location_enabled", ...), one line; NULL when it is fine. The
+ * environment is checked with the same words.
  */
-char* orvex_host_location_setting_problem(const char* key, const char* value);
+const char* orvex_host_location_setting_problem(const char* key, const char* value);
 /*
- * Why the ORVEX_HOST_LOCATION_* environment cannot be used, one line naming the variable, in a
- * new string for g_free(); NULL when it can.
+ * Why the ORVEX_HOST_LOCATION_* environment cannot be used, one line naming the variable; NULL
+ * when it can.
  */
-char* orvex_host_location_config_problem(void);
+const char* orvex_host_location_config_problem(void);
 /*
  * Where gpsd listens; NULL host or port 0 return to localhost and 2947. Persisted. -EINVAL for an
  * empty host or a port outside 0..65535. A line longer than 64 KiB, or nested deeper than 64
@@ -76,10 +76,9 @@ char* orvex_host_location_config_problem(void);
 int orvex_host_location_set_gpsd(const char* host, int port);
 /*
  * Why the back end has no position now (the settings, gpsd unreachable or without a fix, a track
- * unreadable or still being read), in a new string for g_free(); NULL when it has one or needs
- * none.
+ * unreadable or still being read); NULL when it has one or needs none.
  */
-char* orvex_host_location_problem(void);
+const char* orvex_host_location_problem(void);
 /* "HOST:PORT" of gpsd as configured, in a new string for g_free(). */
 char* orvex_host_location_gpsd_address(void);
 /* Whether the hybrid method is supported (default 1), persisted. */
