@@ -13,6 +13,33 @@ static std::string contents(const std::string& path) {
     return g_file_get_contents(path.c_str(), &text, &size, nullptr) ? std::string(text, size) : "";
 }
 
+// A program of this build runs under the cross build's emulator; the machine's own (a shell) do
+// not.
+static bool emulated(const std::string& path) {
+#ifdef ORVEX_TOOL_EMULATOR
+    return g_str_has_prefix(path.c_str(), ORVEX_BUILD_DIR "/");
+#else
+    (void)path;
+    return false;
+#endif
+}
+
+std::vector<std::string> programCommand(const std::string& path, const Env& loaderEnv) {
+    std::vector<std::string> command;
+#ifdef ORVEX_TOOL_EMULATOR
+    if (emulated(path)) {
+        g_auto(GStrv) emulator = g_strsplit(ORVEX_TOOL_EMULATOR, " ", -1);
+        command.assign(emulator, emulator + g_strv_length(emulator));
+        for (const auto& [name, value] : loaderEnv)
+            command.insert(command.end(), {"-E", name + "=" + value});
+    }
+#else
+    (void)loaderEnv;
+#endif
+    command.push_back(path);
+    return command;
+}
+
 ToolRunner::ToolRunner(std::string tool, std::string home)
     : tool_(std::move(tool)), home_(std::move(home)) {
     g_mkdir_with_parents(home_.c_str(), 0700);
@@ -36,20 +63,16 @@ ToolResult ToolRunner::run(const std::vector<std::string>& args, const std::stri
     g_subprocess_launcher_unsetenv(launcher, "ORVEX_HOST_LOG_LEVEL");
     // A sanitizer build checks that its runtime comes first; a preloaded library may not.
     g_subprocess_launcher_setenv(launcher, "ASAN_OPTIONS", "verify_asan_link_order=0", TRUE);
-    std::vector<std::string> command;
-#ifdef ORVEX_TOOL_EMULATOR
-    // A cross build runs the tool under qemu user-mode emulation. qemu is a program of the build
-    // machine, so the loader's variables (LD_PRELOAD) go to the emulated tool alone.
-    g_auto(GStrv) emulator = g_strsplit(ORVEX_TOOL_EMULATOR, " ", -1);
-    command.assign(emulator, emulator + g_strv_length(emulator));
-    for (const auto& [name, value] : env_)
-        if (g_str_has_prefix(name.c_str(), "LD_"))
-            command.insert(command.end(), {"-E", name + "=" + value});
-#endif
-    for (const auto& [name, value] : env_)
-        if (command.empty() || !g_str_has_prefix(name.c_str(), "LD_"))
+    // qemu is a program of the build machine: the loader's variables (LD_PRELOAD) go to the
+    // emulated tool alone.
+    Env loaderEnv;
+    for (const auto& [name, value] : env_) {
+        if (emulated(tool_) && g_str_has_prefix(name.c_str(), "LD_"))
+            loaderEnv.emplace_back(name, value);
+        else
             g_subprocess_launcher_setenv(launcher, name.c_str(), value.c_str(), TRUE);
-    command.push_back(tool_);
+    }
+    std::vector<std::string> command = programCommand(tool_, loaderEnv);
     command.insert(command.end(), args.begin(), args.end());
     std::vector<const char*> argv;
     for (const auto& c : command) argv.push_back(c.c_str());

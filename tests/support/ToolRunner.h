@@ -15,6 +15,12 @@ struct ToolResult {
     std::string err;
 };
 
+using Env = std::vector<std::pair<std::string, std::string>>;
+
+// The command that runs a program: the program itself, or, for one of this build in a cross build,
+// the emulator with the loader's variables loaderEnv and then the program.
+std::vector<std::string> programCommand(const std::string& path, const Env& loaderEnv = {});
+
 class ToolRunner {
 public:
     // tool: path of the executable; home: its ORVEX_HOST_HOME (created if missing).
@@ -35,7 +41,7 @@ public:
 private:
     std::string tool_;
     std::string home_;
-    std::vector<std::pair<std::string, std::string>> env_;
+    Env env_;
 };
 
 }  // namespace orvex_test
