@@ -17,13 +17,14 @@
 #include <orvex_host/connection_control.h>
 #include <orvex_host/control.h>
 
+#include "BlockMeter.h"
 #include "HostileRoutes.h"
 #include "NetworkProxy.h"
 #include "TestHttpServer.h"
 
 namespace {
 
-double nowMs() { return g_get_monotonic_time() / 1000.0; }
+using orvex_bench::nowMs;
 
 struct Client : HttpNetworkEventListner {
     void OnHttpRequestCompleted(int id) override { requestId = id; }
@@ -35,19 +36,7 @@ struct Client : HttpNetworkEventListner {
     bool failed = false, succeeded = false;
 };
 
-// The longest gap between two ticks of a 1 ms timer on the main loop.
-struct BlockMeter {
-    double last = nowMs(), longest = 0;
-    guint source = g_timeout_add(1, &BlockMeter::tick, this);
-    static gboolean tick(gpointer data) {
-        auto* m = static_cast<BlockMeter*>(data);
-        double t = nowMs();
-        if (t - m->last > m->longest) m->longest = t - m->last;
-        m->last = t;
-        return G_SOURCE_CONTINUE;
-    }
-    ~BlockMeter() { g_source_remove(source); }
-};
+using orvex_bench::BlockMeter;
 
 void runUntil(bool (*done)(const Client&), const Client& client, double deadlineMs) {
     while (!done(client) && nowMs() < deadlineMs) g_main_context_iteration(nullptr, TRUE);

@@ -22,23 +22,13 @@
 #include <string>
 #include <vector>
 
+#include "BlockMeter.h"
+
 namespace {
 
-double nowMs() { return g_get_monotonic_time() / 1000.0; }
+using orvex_bench::nowMs;
 
-// The longest gap between two ticks of a 1 ms timer on the main loop.
-struct BlockMeter {
-    double last = nowMs(), longest = 0;
-    guint source = g_timeout_add(1, &BlockMeter::tick, this);
-    static gboolean tick(gpointer data) {
-        auto* m = static_cast<BlockMeter*>(data);
-        double t = nowMs();
-        if (t - m->last > m->longest) m->longest = t - m->last;
-        m->last = t;
-        return G_SOURCE_CONTINUE;
-    }
-    ~BlockMeter() { g_source_remove(source); }
-};
+using orvex_bench::BlockMeter;
 
 std::string g_dir;
 

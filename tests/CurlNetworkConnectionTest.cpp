@@ -74,15 +74,16 @@ public:
     size_t inFlight() const { return mMultiSession ? mMultiSession->mEasySessionList.size() : 0; }
 };
 
-// Pipes this process holds open; the engine's worker holds one while transfers are in flight.
-int pipesOpen() {
+// Descriptors of a kind this process holds open: the engine's worker holds a pipe while transfers
+// are in flight, and each multi handle a pair of sockets.
+int descriptorsOpen(const char* kind = "pipe:") {
     int count = 0;
     GDir* dir = g_dir_open("/proc/self/fd", 0, nullptr);
     while (const char* name = g_dir_read_name(dir)) {
         char target[64] = "";
         std::string path = std::string("/proc/self/fd/") + name;
         if (readlink(path.c_str(), target, sizeof target - 1) > 0 &&
-            strncmp(target, "pipe:", 5) == 0)
+            strncmp(target, kind, strlen(kind)) == 0)
             ++count;
     }
     g_dir_close(dir);
@@ -448,30 +449,33 @@ TEST_F(CurlEngineTest, ARequestSentFromAResponseKeepsItsOwnWorker) {
     EXPECT_TRUE(runUntil([&] { return server.heldCount() == 1; }));
     EXPECT_TRUE(engine->workerRunning());
     EXPECT_NE(0u, engine->pipeWatch());
-    const int pipes = pipesOpen();
+    const int pipes = descriptorsOpen();
     engine->CancelAllHttpRequest();
     server.releaseHeld();
     EXPECT_EQ(0u, engine->pipeWatch());
-    EXPECT_EQ(pipes - 2, pipesOpen());
+    EXPECT_EQ(pipes - 2, descriptorsOpen());
     EXPECT_EQ((Lines{"accepted 1", "response 1 first", "accepted 2"}), chain.events);
 }
 
-// The worker and its pipe live only while transfers are in flight: after a burst that finished
-// and one that was cancelled, no pipe is left open, and an idle engine has nothing to work on.
-TEST_F(CurlEngineTest, AnIdleEngineHoldsNoPipeAndHasNothingToCancel) {
+// The worker, its pipe and the burst's multi handle live only while transfers are in flight: after
+// a burst that finished and one that was cancelled, no pipe or socket is left open, and an idle
+// engine has nothing to work on.
+TEST_F(CurlEngineTest, AnIdleEngineHoldsNoDescriptorAndHasNothingToCancel) {
     TestHttpServer server;
     server.route("/", {200, {}, "fine"});
     server.route("/held", hostile::silent());
-    const int before = pipesOpen();
+    const int before = descriptorsOpen(), sockets = descriptorsOpen("socket:");
     engine->HttpRequest(request(1, server.url("/")));
     EXPECT_TRUE(finishes(1));
-    EXPECT_EQ(before, pipesOpen());
+    EXPECT_EQ(before, descriptorsOpen());
     engine->HttpRequest(request(2, server.url("/held")));
     EXPECT_TRUE(runUntil([&] { return server.heldCount() == 1; }));
-    EXPECT_EQ(before + 2, pipesOpen());  // both ends of the worker's pipe
+    EXPECT_EQ(before + 2, descriptorsOpen());  // both ends of the worker's pipe
     engine->CancelAllHttpRequest();
     server.releaseHeld();
-    EXPECT_EQ(before, pipesOpen());
+    EXPECT_EQ(before, descriptorsOpen());
+    // The server closes its end of the held connection in its own time.
+    EXPECT_TRUE(runUntil([&] { return descriptorsOpen("socket:") == sockets; }));
 
     clearLog();
     struct NotCurl : IHttpRequestData {};

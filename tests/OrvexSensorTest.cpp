@@ -88,6 +88,7 @@ TEST_F(OrvexSensorTest, TrendSensorAndRecorder) {
     int started = 0, retention = 0;
     {
         OrvexSensor sensor(&listener);
+        ASSERT_TRUE(sensor.startSensor());
         ASSERT_EQ(0, sensor.startSensorIndicator());
         EXPECT_EQ(0u, info(SENSOR_PRESSURE_TREND).interval_ms);
         EXPECT_EQ(0, trendAttribute(0x200A81));  // window
@@ -119,6 +120,7 @@ TEST_F(OrvexSensorTest, TrendSensorAndRecorder) {
             ASSERT_EQ(0,
                       orvex_host_sensor_record_insert(SENSOR_PRESSURE, at, 1000 + (t - at) / 1e3));
         ASSERT_TRUE(sensor.getSensorRecorder(t));
+        EXPECT_EQ(0, orvex_host_sensor_recorder_queries());  // the read's query is let go
         orvex_host_sensor_read_info read{};
         ASSERT_EQ(0, orvex_host_sensor_recorder_last_read(&read));
         EXPECT_EQ((std::vector<long long>{t - 21600, t, t, 2}),
@@ -129,7 +131,8 @@ TEST_F(OrvexSensorTest, TrendSensorAndRecorder) {
                   listener.recorded);
         EXPECT_EQ(1, listener.completions);  // after the last record only
     }
-    // Destruction stops the recorder but leaves the trend sensor running.
+    // Destruction stops the pressure sensor and the recorder but leaves the trend sensor running.
+    EXPECT_EQ(0, info(SENSOR_PRESSURE).live);
     EXPECT_EQ(1, info(SENSOR_PRESSURE_TREND).started);
     orvex_host_sensor_recorder_state(SENSOR_PRESSURE, &started, nullptr);
     EXPECT_EQ(0, started);
@@ -146,6 +149,7 @@ TEST_F(OrvexSensorTest, FailedPlatformCalls) {
         std::function<int(S&)> call;
         const char* message;  // %s: the function
         int live;             // trend listeners left behind
+        int code = SENSOR_ERROR_IO_ERROR;
     } cases[] = {
         {"sensor_get_default_sensor", start, "%s failed with error [-5]", 0},
         {"sensor_create_listener", start, "%s failed with error [-5]", 0},
@@ -163,12 +167,15 @@ TEST_F(OrvexSensorTest, FailedPlatformCalls) {
         {"sensor_recorder_read", read, "Failed to read data :  fffffffb", 0},
         {nullptr, trend, "Not supported", 0},
         {nullptr, record, "sensor is not supported", 0},
+        // Success without an answer is no support either.
+        {"sensor_is_supported", trend, "Not supported", 0, SENSOR_ERROR_NONE},
+        {"sensor_recorder_is_supported", record, "sensor is not supported", 0, SENSOR_ERROR_NONE},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.message);
+        SCOPED_TRACE(testing::Message() << fill(c.message, c.fault) << ", code " << c.code);
         EXPECT_EQ(0, orvex_host_reset());
         if (c.fault)
-            orvex_host_fail_next(c.fault, 1, SENSOR_ERROR_IO_ERROR);
+            orvex_host_fail_next(c.fault, 1, c.code);
         else
             EXPECT_EQ(0, orvex_host_sensor_set_backend("iio") +
                              orvex_host_sensor_set_iio_root("/nonexistent/iio"));

@@ -73,6 +73,11 @@ TEST_F(OrvexWeatherTest, AnswersOfTheAgent) {
     }
     EXPECT_EQ(history, adopt(store->getDataSLPHistory()));
     EXPECT_EQ("", OrvexWeather::_bundleGetString(nullptr, "pressure"));
+    // A platform that reports success but hands back no text.
+    bundle* empty = answer(now(), "1010.0");
+    orvex_host_fail_next("bundle_get_str", 1, BUNDLE_ERROR_NONE);
+    EXPECT_EQ("", OrvexWeather::_bundleGetString(empty, "pressure"));
+    bundle_free(empty);
     for (bundle* b : {answer("soon", "1010"), answer(now(), "high")}) {
         EXPECT_THROW(OrvexWeather::_MessagePortCallback(1, "x", nullptr, false, b, nullptr),
                      std::invalid_argument);

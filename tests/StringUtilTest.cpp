@@ -52,4 +52,7 @@ TEST(StringUtilTest, TokensAndNumbersFromText) {
         EXPECT_THROW(S::StringToInt64(bad), std::runtime_error) << bad;
     EXPECT_EQ(1013.25f, S::StringToFloat("1013.25hPa"));
     EXPECT_EQ(-37.123456, S::StringToDouble("-37.123456"));
+    // Nothing to read at all is zero as well.
+    EXPECT_EQ(0.0f, S::StringToFloat(""));
+    EXPECT_EQ(0.0, S::StringToDouble(" "));
 }

@@ -70,6 +70,13 @@ TEST_F(HostCoreTest, EnvironmentValuesAreCheckedLikeTheirSetters) {
              {"ORVEX_HOST_WEATHER_SLP", "5",
               "ORVEX_HOST_WEATHER_SLP is '5', not a number from 260 to 1260"},
              {"ORVEX_HOST_HOME", "relative", "ORVEX_HOST_HOME is 'relative', not an absolute path"},
+             {"ORVEX_HOST_SENSOR_SEED", "abc",
+              "ORVEX_HOST_SENSOR_SEED is 'abc', not a whole number from 0 to 4294967295"},
+             {"ORVEX_HOST_SENSOR_TRACE_LOOP", "maybe",
+              "ORVEX_HOST_SENSOR_TRACE_LOOP is 'maybe', not 0 or 1"},
+             {"ORVEX_HOST_AGENT_TIMEOUT_MS", "0",
+              "ORVEX_HOST_AGENT_TIMEOUT_MS is '0', not a whole number from 1 to "
+              "9223372036854775807"},
          }) {
         SCOPED_TRACE(value);
         setenv(name, value, 1);

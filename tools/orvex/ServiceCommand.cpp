@@ -84,14 +84,7 @@ std::string format(const char* fmt, ...) {
 
 double now() { return orvex_host_sensor_now(); }
 
-std::string clockTime(long long t) {
-    time_t tt = static_cast<time_t>(t);
-    struct tm tmv;
-    localtime_r(&tt, &tmv);
-    char text[32];
-    strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &tmv);
-    return text;
-}
+std::string clockTime(long long t) { return formatTime(t, "%Y-%m-%d %H:%M:%S"); }
 
 long long storedCalibrationTime(OrvexStorageMgr* store) {
     try {

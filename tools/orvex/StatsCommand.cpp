@@ -22,12 +22,7 @@ const Command kStats{
 
 std::string localTime(double t) {
     if (std::isnan(t)) return "-";
-    time_t tt = static_cast<time_t>(t);
-    struct tm tmv;
-    localtime_r(&tt, &tmv);
-    char text[32];
-    strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &tmv);
-    return text;
+    return formatTime(static_cast<long long>(t), "%Y-%m-%d %H:%M:%S");
 }
 
 int runStats(const Options& options, const Args& args) {

@@ -29,12 +29,7 @@ const Command kStatus{
 
 std::string when(double t) {
     if (!std::isfinite(t) || t <= 0) return "-";
-    time_t tt = static_cast<time_t>(t);
-    struct tm tmv;
-    localtime_r(&tt, &tmv);
-    char text[32];
-    strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &tmv);
-    return text;
+    return formatTime(static_cast<long long>(t), "%Y-%m-%d %H:%M:%S");
 }
 
 void addTime(JsonLine& json, const char* key, double t) {

@@ -176,7 +176,11 @@ std::string readAnswer(long status, const std::string& body, long long* time, do
     return why;
 }
 
-long timeoutMs() { return configInt("agent_timeout_ms", 1, LONG_MAX).valueOr(kDefaultTimeoutMs); }
+Setting<long long> timeoutSetting() { return configInt("agent_timeout_ms", 1, LONG_MAX); }
+[[maybe_unused]] const bool g_timeoutCheck =
+    addConfigCheck([] { return timeoutSetting().problem; });
+
+long timeoutMs() { return timeoutSetting().valueOr(kDefaultTimeoutMs); }
 
 struct Transfer {
     std::string port;

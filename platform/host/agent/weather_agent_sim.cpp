@@ -16,6 +16,9 @@ namespace orvex_host {
 namespace agent {
 namespace {
 
+Setting<long long> ageSetting() { return configInt("agent_age", LLONG_MIN, LLONG_MAX); }
+[[maybe_unused]] const bool g_ageCheck = addConfigCheck([] { return ageSetting().problem; });
+
 void addEntry(bundle* b, const char* key, const std::string& value) {
     if (config("agent_missing").value_or("") == key) return;
     bundle_add_str(b, key, config("agent_empty").value_or("") == key ? "" : value.c_str());
@@ -25,7 +28,7 @@ class SimSource : public Source {
 public:
     void answer(const std::string& port) override {
         if (config("agent_silent").value_or("0") != "0") return;
-        long long age = configInt("agent_age", LLONG_MIN, LLONG_MAX).valueOr(0);
+        long long age = ageSetting().valueOr(0);
         // A stored age may be anything: an observation further off than a long long can say is
         // reported at the far end instead of wrapping round.
         long long observed;

@@ -15,6 +15,9 @@ namespace orvex_host {
 namespace sensor {
 namespace {
 
+Setting<bool> loopSetting() { return configBool("sensor_trace_loop"); }
+[[maybe_unused]] const bool g_loopCheck = addConfigCheck([] { return loopSetting().problem; });
+
 constexpr const char* kDefaultIioRoot = "/sys/bus/iio/devices";
 
 // The only list of back ends; the first is the default.
@@ -64,7 +67,7 @@ Backend& backend() {
     std::string root = configOr("sensor_iio_root", kDefaultIioRoot);
     std::string key = name + '\n' + seed + '\n' + trace + '\n' + loop + '\n' + root;
     if (g_backend && key == g_key) return *g_backend;
-    Settings settings{configuredSeed(), trace, configBool("sensor_trace_loop").valueOr(true), root};
+    Settings settings{configuredSeed(), trace, loopSetting().valueOr(true), root};
     const Kind* kind = findKind(name);
     g_backend = (kind ? kind : &kKinds[0])->make(settings);
     if (!kind) g_backend->problem = refusal(name);

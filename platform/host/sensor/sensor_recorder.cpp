@@ -420,6 +420,10 @@ extern "C" int orvex_host_sensor_recorder_sample_now(void) {
     return sampleNow(SENSOR_PRESSURE, row) ? 0 : -EIO;
 }
 
+extern "C" int orvex_host_sensor_recorder_queries(void) {
+    return static_cast<int>(g_queries.size());
+}
+
 extern "C" int orvex_host_sensor_recorder_last_read(orvex_host_sensor_read_info* info) {
     if (!info) return -EINVAL;
     if (!g_haveLastRead) return -ENOENT;

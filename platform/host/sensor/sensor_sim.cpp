@@ -73,9 +73,13 @@ std::unique_ptr<Backend> makeSimBackend(const Settings& settings) {
     return std::make_unique<SimBackend>(settings.seed);
 }
 
-unsigned configuredSeed() {
-    return static_cast<unsigned>(configInt("sensor_seed", 0, UINT_MAX).valueOr(1));
-}
+namespace {
+Setting<long long> seedSetting() { return configInt("sensor_seed", 0, UINT_MAX); }
+// A seed from the environment or the store is checked at start, like the option that sets it.
+[[maybe_unused]] const bool g_seedCheck = addConfigCheck([] { return seedSetting().problem; });
+}  // namespace
+
+unsigned configuredSeed() { return static_cast<unsigned>(seedSetting().valueOr(1)); }
 
 }  // namespace sensor
 }  // namespace orvex_host

@@ -105,6 +105,8 @@ typedef struct {
 
 /* The last read the recorder accepted; -ENOENT when none since the last reset. */
 int orvex_host_sensor_recorder_last_read(orvex_host_sensor_read_info* info);
+/* Recorder queries created and not yet destroyed, in this process. */
+int orvex_host_sensor_recorder_queries(void);
 
 #ifdef __cplusplus
 }
