@@ -189,14 +189,15 @@ StoreVersion storeVersion(sqlite3* db) {
     sqlite3_file* file = nullptr;
     if (!db || db != g_store || !g_storeWal ||
         sqlite3_file_control(db, "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK || !file ||
-        !file->pMethods || file->pMethods->iVersion < 2 || !file->pMethods->xShmMap)
+        !file->pMethods || file->pMethods->iVersion < 2 || !file->pMethods->xShmMap ||
+        !file->pMethods->xShmBarrier)
         return v;
     volatile void* region = nullptr;
     if (file->pMethods->xShmMap(file, 0, 32768, 0, &region) != SQLITE_OK || !region) return v;
     const volatile unsigned char* shm = static_cast<const volatile unsigned char*>(region);
     unsigned char second[sizeof v.walHeader];
     for (size_t i = 0; i < sizeof v.walHeader; ++i) v.walHeader[i] = shm[i];
-    __atomic_thread_fence(__ATOMIC_ACQUIRE);
+    file->pMethods->xShmBarrier(file);  // the barrier SQLite itself puts between the two reads
     for (size_t i = 0; i < sizeof second; ++i) second[i] = shm[sizeof v.walHeader + i];
     constexpr size_t kIsInit = 12;
     if (memcmp(v.walHeader, second, sizeof second) != 0 || v.walHeader[kIsInit] == 0) return v;
