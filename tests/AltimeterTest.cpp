@@ -139,6 +139,41 @@ TEST(AltimeterTest, VerticalSpeedOverTheLastMinute) {
     EXPECT_NEAR(ascent, a.totals().ascent(), 1.0);
 }
 
+TEST(AltimeterTest, WhenAFixDecidesAndWhenAMoveEnds) {
+    // Per second: the pressure altitude (NaN: no reading) and the GNSS altitude (NaN: no fix).
+    using Track = std::function<double(int t)>;
+    struct Case {
+        const char* name;
+        int seconds;
+        Track baro, gnss;
+        Motion motion;  // after the last reading
+    };
+    std::mt19937 random(3);
+    std::normal_distribution<double> noise(0.0, 5.0);
+    const Track flat = [](int) { return 300.0; }, none = [](int) { return NAN; };
+    const Case cases[] = {
+        {"a new fix's first noisy minutes are not a climb", 120, flat,
+         [&](int) { return 300.0 + noise(random); }, Motion::Resting},
+        {"a fix every 30 s tells a thunderstorm's pressure jump from a climb", 400,
+         [](int t) { return t < 200 ? 300.0 : 300.0 - 0.1 * (t - 200); },
+         [](int t) { return t % 30 ? NAN : 300.0; }, Motion::Resting},
+        {"a fix lost for more than 30 s leaves the stairs to the barometer", 400,
+         [](int t) { return t < 200 ? 300.0 : 300.0 + 0.2 * (t - 200); },
+         [](int t) { return t < 200 ? 300.0 : NAN; }, Motion::Moving},
+        {"a climb, then no sign of one for 599 s", 719,
+         [](int t) { return t > 120 && t < 719 ? NAN : 300.0 + t / 6.0; }, none, Motion::Moving},
+        {"a climb, then no sign of one for 600 s", 720,
+         [](int t) { return t > 120 && t < 720 ? NAN : 300.0 + t / 6.0; }, none, Motion::Resting},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        MotionDetector detector;
+        for (int t = 0; t <= c.seconds; ++t)
+            if (!std::isnan(c.baro(t))) detector.update(t, c.baro(t), c.gnss(t));
+        EXPECT_EQ(c.motion, detector.motion());
+    }
+}
+
 class TraceFile : public ::testing::Test {
 protected:
     std::string write(const std::string& text) {
