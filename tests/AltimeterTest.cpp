@@ -120,9 +120,12 @@ TEST(AltimeterTest, VerticalSpeedOverTheLastMinute) {
     Altimeter a;
     std::mt19937 random(5);
     std::normal_distribution<double> noise(0.0, 0.03);
-    for (int t = 0; t <= 3600; ++t) {
+    auto pressureAt = [](double t) {
         double altitude = t < 1800 ? 100.0 : 100.0 + 5.0 * (t - 1800) / 60.0;
-        a.feed(t, 1013.25 * std::pow(1.0 - altitude / 44330.0, 5.255) + noise(random));
+        return 1013.25 * std::pow(1.0 - altitude / 44330.0, 5.255);
+    };
+    for (int t = 0; t <= 3600; ++t) {
+        a.feed(t, pressureAt(t) + noise(random));
         if (t > 300 && t < 1800) {
             EXPECT_LT(std::fabs(a.verticalSpeed()), 0.2) << t;
             EXPECT_EQ(Motion::Resting, a.motion()) << t;
@@ -136,9 +139,20 @@ TEST(AltimeterTest, VerticalSpeedOverTheLastMinute) {
     // A calibration moves the altitude, not the count.
     double ascent = a.totals().ascent(), before = a.altitude();
     a.calibrate(a.seaLevelPressure() + 1.0);
-    a.feed(3601, 1013.25 * std::pow(1.0 - (100.0 + 5.0 * 1801 / 60.0) / 44330.0, 5.255));
+    a.feed(3601, pressureAt(3601));
     EXPECT_NEAR(before + 8.3, a.altitude(), 1.0);
     EXPECT_NEAR(ascent, a.totals().ascent(), 1.0);
+
+    // After a gap in the readings, the speed waits for half a minute of new ones.
+    a.feed(3700, pressureAt(3700));
+    a.feed(3729, pressureAt(3729));
+    EXPECT_TRUE(std::isnan(a.verticalSpeed()));
+    a.feed(3730, pressureAt(3730));
+    EXPECT_NEAR(5.0, a.verticalSpeed(), 0.5);
+    // Two readings within one second both count: traces may be logged faster than their clock.
+    double then = a.altitude();
+    a.feed(3730, pressureAt(3790));
+    EXPECT_NEAR(then + 5.0, a.altitude(), 0.5);
 }
 
 TEST(AltimeterTest, WhenAFixDecidesAndWhenAMoveEnds) {
