@@ -257,8 +257,8 @@ TEST_F(TraceFile, ReaderTakesTracesAndNamesTheLineItRefuses) {
     EXPECT_EQ(1000.5, row.hPa);
     EXPECT_EQ(12.0, row.gnssAltitude);
 
-    // Rows across the reader's blocks.
-    std::string big;
+    // Rows across the reader's blocks, after a comment longer than a block.
+    std::string big = "#" + std::string(3 << 20, '-') + "\n";
     for (int i = 0; i < 200000; ++i) big += std::to_string(i) + ",1000.125\n";
     TraceReader large(write(big));
     size_t n = 0;
