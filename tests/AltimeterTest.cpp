@@ -37,8 +37,8 @@ Curve through(std::vector<std::pair<double, double>> points) {
 struct Weather {
     const char* name;
     double hours;
-    Curve altitude, slp;
-    double gnssNoise;  // metres; 0: no GNSS column
+    Curve altitude, slp;  // altitude NaN: no reading
+    Curve gnss;           // metres off (and 5 m of noise), NaN: no fix; empty: no GNSS column
     int alerts;
     double ascent;         // NaN: not checked; else within 2 %
     double maxWander;      // ascent + descent at most (NaN: not checked)
@@ -60,7 +60,7 @@ Outcome play(const Weather& w, Altimeter& a) {
         double h = t / 3600;
         double hPa =
             w.slp(h) * std::pow(1.0 - w.altitude(h) / 44330.0, 5.255) + 0.03 * noise(random);
-        double gnss = w.gnssNoise > 0 ? w.altitude(h) + w.gnssNoise * noise(random) : NAN;
+        double gnss = w.gnss ? w.altitude(h) + w.gnss(h) + 5.0 * noise(random) : NAN;
         AltimeterUpdate u = a.feed(t, hPa, gnss);
         double truth = w.slp(h) - w.slp(h - truthLag);
         if (u.alert == StormAlert::Change::Raised) {
@@ -79,23 +79,34 @@ Outcome play(const Weather& w, Altimeter& a) {
 TEST(AltimeterTest, TellsClimbsFromWeather) {
     const Curve still = through({{0, 1013.0}});
     auto fall = [](double hPa) { return through({{3, 1013.0}, {6, 1013.0 - hPa}}); };
+    const Curve walk = through({{2.5, 500.0}, {3.5, 900.0}, {4.5, 500.0}}),
+                walkFall = through({{2, 1013.0}, {5, 1007.0}}), fix = through({{0, 0.0}});
     // clang-format off
     const Weather cases[] = {
         {"6 h at rest, 1 hPa/3 h of drift", 6, through({{0, 250.0}}),
-         through({{0, 1013.0}, {6, 1015.0}}), 0, 0, NAN, 3.0, NAN},
-        {"a fall of 2.8 hPa", 10, through({{0, 300.0}}), fall(2.8), 0, 0, NAN, NAN, NAN},
-        {"a fall of 3.2 hPa", 10, through({{0, 300.0}}), fall(3.2), 0, 1, NAN, NAN, NAN},
-        {"a fall of 4.5 hPa", 10, through({{0, 300.0}}), fall(4.5), 0, 1, NAN, NAN, NAN},
-        {"a fall of 6.0 hPa", 10, through({{0, 300.0}}), fall(6.0), 0, 1, NAN, NAN, NAN},
+         through({{0, 1013.0}, {6, 1015.0}}), {}, 0, NAN, 3.0, NAN},
+        {"a fall of 2.8 hPa", 10, through({{0, 300.0}}), fall(2.8), {}, 0, NAN, NAN, NAN},
+        {"a fall of 3.2 hPa", 10, through({{0, 300.0}}), fall(3.2), {}, 1, NAN, NAN, NAN},
+        {"a fall of 4.5 hPa", 10, through({{0, 300.0}}), fall(4.5), {}, 1, NAN, NAN, NAN},
+        {"a fall of 6.0 hPa", 10, through({{0, 300.0}}), fall(6.0), {}, 1, NAN, NAN, NAN},
         {"two falls with a steady day between", 20, through({{0, 300.0}}),
-         through({{3, 1013.0}, {6, 1009.0}, {12, 1009.0}, {15, 1005.0}}), 0, 2, NAN, NAN, NAN},
-        {"a 6 hPa fall during a 400 m walk up and down, with GNSS", 8,
-         through({{2.5, 500.0}, {3.5, 900.0}, {4.5, 500.0}}),
-         through({{2, 1013.0}, {5, 1007.0}}), 5.0, 1, 400.0, NAN, NAN},
+         through({{3, 1013.0}, {6, 1009.0}, {12, 1009.0}, {15, 1005.0}}), {}, 2, NAN, NAN, NAN},
+        {"a 6 hPa fall during a 400 m walk up and down, with GNSS", 8, walk, walkFall, fix, 1,
+         400.0, NAN, NAN},
+        // A fix missing for seconds keeps its history; one back after more than 30 s starts
+        // afresh (its offset may have changed), and so does the first one, from nothing.
+        {"the same walk, the fix out for 5 s every minute", 8, walk, walkFall,
+         [](double h) { return std::fmod(h * 60, 1.0) < 5.0 / 60 ? NAN : 0.0; }, 1, 400.0, NAN,
+         NAN},
+        {"the same walk, readings lost for 2 min on the way down and the fix back 30 m off", 8,
+         [&](double h) { return h > 4.0 && h < 4.0 + 2.0 / 60 ? NAN : walk(h); }, walkFall,
+         [](double h) { return h < 4.0 ? 0.0 : 30.0; }, 1, 400.0, NAN, 0.5},
+        {"a 400 m climb from the first reading, with GNSS", 2, through({{0, 500.0}, {1, 900.0}}),
+         still, fix, 0, 400.0, NAN, NAN},
         // On until the climb's start is 3 h back: what the estimate took in before the move was
         // recognised must have been put right in the tendency's past too.
         {"a 300 m climb in an hour between hours at rest", 5.25,
-         through({{2, 100.0}, {3, 400.0}}), still, 0, 0, 300.0, NAN, 0.1},
+         through({{2, 100.0}, {3, 400.0}}), still, {}, 0, 300.0, NAN, 0.1},
     };
     // clang-format on
     for (const auto& w : cases) {
