@@ -1,12 +1,33 @@
 #!/usr/bin/env bash
-# Builds the Debian packages (preset package: installed under /usr) with `cpack -G DEB`:
-# liborvexlib1 (the shared libraries), liborvexlib-dev (headers, pkg-config file, CMake package) and
-# orvex (the tool). They are written to build/package/packages/.
+# Builds the Debian packages from debian/ with dpkg-buildpackage: liborvexlib1 (the shared libraries),
+# liborvexlib-dev (headers, pkg-config file, CMake package) and orvex (the tool and its manual page),
+# and checks them and the .changes file with lintian, which must report nothing.
+# Usage: scripts/package.sh [-aARCH] [-PPROFILE,...]   (passed to dpkg-buildpackage)
+#   scripts/package.sh                    native packages, test suite included
+#   scripts/package.sh -Pnocheck          without building and running the test suite
+#   scripts/package.sh -aarmhf -Pcross,nocheck   cross-built for armhf (scripts/deps.sh cross first)
+# The packages end up in build/packages/ (earlier ones of the same architecture are replaced).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh package
-cmake --preset package >/dev/null
-cmake --build --preset package
-rm -f build/package/packages/*.deb
-(cd build/package && cpack -G DEB >/dev/null)
-ls build/package/packages/*.deb
+
+# dpkg-buildpackage works in a copy of the tree (tracked and new files, not build/), because it
+# writes its results next to the source directory and its objects into it.
+version=$(dpkg-parsechangelog -SVersion)
+top=$PWD/build/debian
+rm -rf "$top"
+mkdir -p "$top/orvexlib-$version" build/packages
+git ls-files -z --cached --others --exclude-standard |
+    while IFS= read -r -d '' f; do [ -e "$f" ] && printf '%s\0' "$f"; done |
+    tar -c --null -T - | tar -x -C "$top/orvexlib-$version"
+
+(cd "$top/orvexlib-$version" && dpkg-buildpackage -us -uc -b "$@")
+
+changes=$(ls "$top"/*.changes)
+arch=${changes##*_}
+arch=${arch%.changes}
+echo "== lintian"
+lintian --fail-on error,warning "$changes"
+rm -f build/packages/*_"$arch".deb
+mv "$top"/*.deb build/packages/
+ls build/packages/*_"$arch".deb

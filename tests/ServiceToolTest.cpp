@@ -31,9 +31,13 @@ public:
         for (const auto& [name, value] : env)
             g_subprocess_launcher_setenv(launcher, name.c_str(), value.c_str(), TRUE);
         g_subprocess_launcher_set_stderr_file_path(launcher, err_.c_str());
-        process_ = g_subprocess_launcher_spawn(launcher, nullptr, ORVEX_TOOL_PATH,
-                                               verbose ? "-v" : "service",
-                                               verbose ? "service" : nullptr, nullptr);
+        std::vector<std::string> command = orvex_test::programCommand(ORVEX_TOOL_PATH);
+        if (verbose) command.push_back("-v");
+        command.push_back("service");
+        std::vector<const char*> argv;
+        for (const auto& part : command) argv.push_back(part.c_str());
+        argv.push_back(nullptr);
+        process_ = g_subprocess_launcher_spawnv(launcher, argv.data(), nullptr);
         g_subprocess_wait_async(
             process_, nullptr,
             [](GObject*, GAsyncResult*, gpointer done) { *static_cast<bool*>(done) = true; },

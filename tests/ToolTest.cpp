@@ -173,7 +173,8 @@ TEST_F(ToolTest, AFailingStoreIsNeverReportedAsSuccess) {
             chmod(file.c_str(), 0600);
         }
         if (row.shell == readOnly) chmod(home.c_str(), 0500);
-        std::vector<std::string> args{"-c", row.shell, ORVEX_TOOL_PATH};
+        std::vector<std::string> args{"-c", row.shell};
+        for (const auto& part : orvex_test::programCommand(ORVEX_TOOL_PATH)) args.push_back(part);
         args.insert(args.end(), row.args.begin(), row.args.end());
         ToolResult r = shell.run(args, "new-secret\n");
         chmod(home.c_str(), 0700);

@@ -40,6 +40,10 @@ TEST_F(MessagePortHostTest, PortsDeliverOnTheMainLoopAndFreeWhatTheyDrop) {
     ASSERT_TRUE(runUntil([&] { return orvex_host_bundle_count() == 0; }));
     EXPECT_EQ(1u, g_inbox.size());
     EXPECT_EQ(MESSAGE_PORT_ERROR_PORT_NOT_FOUND, message_port_unregister_local_port(id));
+#ifdef __arm__
+    GTEST_SKIP() << "32-bit ARM unwinds through tables that Debian's armhf GLib does not carry, so "
+                    "an exception cannot leave a handler through the main loop there";
+#endif
     // A handler that throws (the library's, for an answer that is not a number) takes the copy
     // with it. The main loop is of no use after that, so this runs in a child process.
     EXPECT_EXIT(

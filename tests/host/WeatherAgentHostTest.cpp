@@ -60,7 +60,7 @@ TEST_F(WeatherAgentHostTest, AnswersWithAPlausiblePressureOrSaysWhyNot) {
     TestHttpServer server(TestHttpServer::Mode::Https);
     orvex_host_agent_set_backend("open-meteo");
     orvex_host_agent_set_url(server.url("/").c_str());
-    orvex_host_agent_set_timeout_ms(400);
+    orvex_host_agent_set_timeout_ms(workMs(400));
     orvex_host_location_set_position(53.1875, 50.125, 40.0);
     const HttpRoute answer{200, {}, recorded("open-meteo-answer.json")};
     const HttpRoute refusal{400, {}, recorded("open-meteo-error.json")};

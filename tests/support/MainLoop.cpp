@@ -19,7 +19,7 @@ gboolean tick(gpointer) { return G_SOURCE_CONTINUE; }
 
 bool runUntil(const std::function<bool()>& cond, int timeoutMs) {
     bool expired = false;
-    guint deadline = g_timeout_add(static_cast<guint>(timeoutMs), markExpired, &expired);
+    guint deadline = g_timeout_add(static_cast<guint>(workMs(timeoutMs)), markExpired, &expired);
     guint ticker = g_timeout_add(5, tick, nullptr);
     while (!cond() && !expired) g_main_context_iteration(nullptr, TRUE);
     g_source_remove(ticker);

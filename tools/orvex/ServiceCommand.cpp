@@ -160,7 +160,8 @@ private:
     bool fromGnss();
     bool fromAgent();
     bool fromServices();
-    bool keep(const char* source, double slp, double was, const std::string& detail);
+    bool keep(const char* source, double slp, double was, const std::string& detail,
+              double altitude = NAN, double pressure = NAN);
     bool storeCalibration(double slp, long long when);
     bool waitUntil(const std::function<bool()>& done, guint timeoutMs);
 
@@ -440,7 +441,8 @@ void Service::calibrate() {
 
 // Keeps a source's sea-level pressure, or says why not. True when the stored one is fresh now
 // (kept, or confirmed by a value too close to bother).
-bool Service::keep(const char* source, double slp, double was, const std::string& detail) {
+bool Service::keep(const char* source, double slp, double was, const std::string& detail,
+                   double altitude, double pressure) {
     if (!orvex_host_plausible_slp(slp)) {
         say(format("%s calibration refused: %.2f hPa is implausible for a sea-level pressure (%s)",
                    source, slp, detail.c_str()));
@@ -457,7 +459,11 @@ bool Service::keep(const char* source, double slp, double was, const std::string
     altimeter_->calibrated(slp);
     status_.calibrationTime = storedCalibrationTime(store_);
     status_.calibrationDetail = detail;
-    status_.calibrationAltitude = status_.calibrationPressure = NAN;
+    status_.calibrationAltitude = altitude;
+    status_.calibrationPressure = pressure;
+    // Published before it is said: whoever reads the line finds the calibration in the status.
+    status_.nextCalibration = nextCalibration();
+    publish();
     say(format("calibrated from %s: %.2f hPa (was %.2f hPa) from %s", source, slp, was,
                detail.c_str()));
     return true;
@@ -528,12 +534,7 @@ bool Service::fromGnss() {
     gnssRetryAt_ = now() + interval;
     const bool stored = worthKeeping(slp, was);
     if (stored && !storeCalibration(slp, static_cast<long long>(now()))) return false;
-    const bool fresh = keep("gnss", slp, was, detail);
-    if (stored) {
-        status_.calibrationAltitude = w.altitudeM;
-        status_.calibrationPressure = w.pressureHpa;
-    }
-    return fresh;
+    return keep("gnss", slp, was, detail, w.altitudeM, w.pressureHpa);
 }
 
 // A calibration as the application stores one: the value, its time, a history entry; all of it or

@@ -287,14 +287,12 @@ std::string formatDouble(double value, int decimals) {
     return buf;
 }
 
+// GDateTime counts in 64-bit seconds, so a 32-bit time_t (armhf) still shows the years past 2038.
 std::string formatTime(long long t, const char* format, bool utc) {
-    const time_t tt = static_cast<time_t>(t);
-    struct tm tmv;
-    char buf[64];
-    if (tt != t || !(utc ? gmtime_r(&tt, &tmv) : localtime_r(&tt, &tmv)) ||
-        strftime(buf, sizeof buf, format, &tmv) == 0)
-        return std::to_string(t);
-    return buf;
+    g_autoptr(GDateTime) when =
+        utc ? g_date_time_new_from_unix_utc(t) : g_date_time_new_from_unix_local(t);
+    g_autofree char* text = when ? g_date_time_format(when, format) : nullptr;
+    return text ? text : std::to_string(t);
 }
 
 std::string implausibleSlp(const std::string& what, double hpa) {

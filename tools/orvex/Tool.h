@@ -94,8 +94,8 @@ const char* pressureUnitSymbol(int code);  // "hPa", "inHg", "mmHg"
 double metresTo(int distanceCode, double metres);
 double hpaTo(int pressureCode, double hpa);
 std::string formatDouble(double value, int decimals);
-// A time in seconds since the epoch with strftime's format, in local time or in UTC; the number
-// itself when the system has no date for it.
+// A time in seconds since the epoch with a strftime-style format (g_date_time_format), in local
+// time or in UTC; the number itself outside the years 1 to 9999.
 std::string formatTime(long long t, const char* format, bool utc = false);
 
 // "WHAT 2000 hPa is implausible (a sea-level pressure is 850 to 1100 hPa)"

@@ -1,8 +1,9 @@
-# Writes the orvex(1) manual page from the tool's help: cmake -DTOOL=... -DOUT=... -DHOME=... -P
-# manpage.cmake. The overview becomes DESCRIPTION, each 'orvex COMMAND --help' a subsection.
+# Writes the orvex(1) manual page from the tool's help: cmake -DTOOL=... -DOUT=... -DHOME=...
+# [-DEMULATOR=...] -P manpage.cmake. The overview becomes DESCRIPTION, each 'orvex COMMAND --help'
+# a subsection.
 
 function(run_tool out_var)
-  execute_process(COMMAND ${CMAKE_COMMAND} -E env ORVEX_HOST_HOME=${HOME} ${TOOL} ${ARGN}
+  execute_process(COMMAND ${CMAKE_COMMAND} -E env ORVEX_HOST_HOME=${HOME} ${EMULATOR} ${TOOL} ${ARGN}
                   OUTPUT_VARIABLE text RESULT_VARIABLE rc)
   if(NOT rc EQUAL 0)
     message(FATAL_ERROR "orvex ${ARGN} failed (${rc})")
