@@ -37,8 +37,8 @@ Curve through(std::vector<std::pair<double, double>> points) {
 struct Weather {
     const char* name;
     double hours;
-    Curve altitude, slp;
-    double gnssNoise;  // metres; 0: no GNSS column
+    Curve altitude, slp;  // altitude NaN: no reading
+    Curve gnss;           // metres off (and 5 m of noise), NaN: no fix; empty: no GNSS column
     int alerts;
     double ascent;         // NaN: not checked; else within 2 %
     double maxWander;      // ascent + descent at most (NaN: not checked)
@@ -60,7 +60,7 @@ Outcome play(const Weather& w, Altimeter& a) {
         double h = t / 3600;
         double hPa =
             w.slp(h) * std::pow(1.0 - w.altitude(h) / 44330.0, 5.255) + 0.03 * noise(random);
-        double gnss = w.gnssNoise > 0 ? w.altitude(h) + w.gnssNoise * noise(random) : NAN;
+        double gnss = w.gnss ? w.altitude(h) + w.gnss(h) + 5.0 * noise(random) : NAN;
         AltimeterUpdate u = a.feed(t, hPa, gnss);
         double truth = w.slp(h) - w.slp(h - truthLag);
         if (u.alert == StormAlert::Change::Raised) {
@@ -79,21 +79,34 @@ Outcome play(const Weather& w, Altimeter& a) {
 TEST(AltimeterTest, TellsClimbsFromWeather) {
     const Curve still = through({{0, 1013.0}});
     auto fall = [](double hPa) { return through({{3, 1013.0}, {6, 1013.0 - hPa}}); };
+    const Curve walk = through({{2.5, 500.0}, {3.5, 900.0}, {4.5, 500.0}}),
+                walkFall = through({{2, 1013.0}, {5, 1007.0}}), fix = through({{0, 0.0}});
     // clang-format off
     const Weather cases[] = {
         {"6 h at rest, 1 hPa/3 h of drift", 6, through({{0, 250.0}}),
-         through({{0, 1013.0}, {6, 1015.0}}), 0, 0, NAN, 3.0, NAN},
-        {"a fall of 2.8 hPa", 10, through({{0, 300.0}}), fall(2.8), 0, 0, NAN, NAN, NAN},
-        {"a fall of 3.2 hPa", 10, through({{0, 300.0}}), fall(3.2), 0, 1, NAN, NAN, NAN},
-        {"a fall of 4.5 hPa", 10, through({{0, 300.0}}), fall(4.5), 0, 1, NAN, NAN, NAN},
-        {"a fall of 6.0 hPa", 10, through({{0, 300.0}}), fall(6.0), 0, 1, NAN, NAN, NAN},
+         through({{0, 1013.0}, {6, 1015.0}}), {}, 0, NAN, 3.0, NAN},
+        {"a fall of 2.8 hPa", 10, through({{0, 300.0}}), fall(2.8), {}, 0, NAN, NAN, NAN},
+        {"a fall of 3.2 hPa", 10, through({{0, 300.0}}), fall(3.2), {}, 1, NAN, NAN, NAN},
+        {"a fall of 4.5 hPa", 10, through({{0, 300.0}}), fall(4.5), {}, 1, NAN, NAN, NAN},
+        {"a fall of 6.0 hPa", 10, through({{0, 300.0}}), fall(6.0), {}, 1, NAN, NAN, NAN},
         {"two falls with a steady day between", 20, through({{0, 300.0}}),
-         through({{3, 1013.0}, {6, 1009.0}, {12, 1009.0}, {15, 1005.0}}), 0, 2, NAN, NAN, NAN},
-        {"a 6 hPa fall during a 400 m walk up and down, with GNSS", 8,
-         through({{2.5, 500.0}, {3.5, 900.0}, {4.5, 500.0}}),
-         through({{2, 1013.0}, {5, 1007.0}}), 5.0, 1, 400.0, NAN, NAN},
-        {"a 300 m climb in an hour between hours at rest", 5,
-         through({{2, 100.0}, {3, 400.0}}), still, 0, 0, 300.0, NAN, 0.5},
+         through({{3, 1013.0}, {6, 1009.0}, {12, 1009.0}, {15, 1005.0}}), {}, 2, NAN, NAN, NAN},
+        {"a 6 hPa fall during a 400 m walk up and down, with GNSS", 8, walk, walkFall, fix, 1,
+         400.0, NAN, NAN},
+        // A fix missing for seconds keeps its history; one back after more than 30 s starts
+        // afresh (its offset may have changed), and so does the first one, from nothing.
+        {"the same walk, the fix out for 5 s every minute", 8, walk, walkFall,
+         [](double h) { return std::fmod(h * 60, 1.0) < 5.0 / 60 ? NAN : 0.0; }, 1, 400.0, NAN,
+         NAN},
+        {"the same walk, readings lost for 2 min on the way down and the fix back 30 m off", 8,
+         [&](double h) { return h > 4.0 && h < 4.0 + 2.0 / 60 ? NAN : walk(h); }, walkFall,
+         [](double h) { return h < 4.0 ? 0.0 : 30.0; }, 1, 400.0, NAN, 0.5},
+        {"a 400 m climb from the first reading, with GNSS", 2, through({{0, 500.0}, {1, 900.0}}),
+         still, fix, 0, 400.0, NAN, NAN},
+        // On until the climb's start is 3 h back: what the estimate took in before the move was
+        // recognised must have been put right in the tendency's past too.
+        {"a 300 m climb in an hour between hours at rest", 5.25,
+         through({{2, 100.0}, {3, 400.0}}), still, {}, 0, 300.0, NAN, 0.1},
     };
     // clang-format on
     for (const auto& w : cases) {
@@ -118,9 +131,12 @@ TEST(AltimeterTest, VerticalSpeedOverTheLastMinute) {
     Altimeter a;
     std::mt19937 random(5);
     std::normal_distribution<double> noise(0.0, 0.03);
-    for (int t = 0; t <= 3600; ++t) {
+    auto pressureAt = [](double t) {
         double altitude = t < 1800 ? 100.0 : 100.0 + 5.0 * (t - 1800) / 60.0;
-        a.feed(t, 1013.25 * std::pow(1.0 - altitude / 44330.0, 5.255) + noise(random));
+        return 1013.25 * std::pow(1.0 - altitude / 44330.0, 5.255);
+    };
+    for (int t = 0; t <= 3600; ++t) {
+        a.feed(t, pressureAt(t) + noise(random));
         if (t > 300 && t < 1800) {
             EXPECT_LT(std::fabs(a.verticalSpeed()), 0.2) << t;
             EXPECT_EQ(Motion::Resting, a.motion()) << t;
@@ -134,9 +150,55 @@ TEST(AltimeterTest, VerticalSpeedOverTheLastMinute) {
     // A calibration moves the altitude, not the count.
     double ascent = a.totals().ascent(), before = a.altitude();
     a.calibrate(a.seaLevelPressure() + 1.0);
-    a.feed(3601, 1013.25 * std::pow(1.0 - (100.0 + 5.0 * 1801 / 60.0) / 44330.0, 5.255));
+    a.feed(3601, pressureAt(3601));
     EXPECT_NEAR(before + 8.3, a.altitude(), 1.0);
     EXPECT_NEAR(ascent, a.totals().ascent(), 1.0);
+
+    // After a gap in the readings, the speed waits for half a minute of new ones.
+    a.feed(3700, pressureAt(3700));
+    a.feed(3729, pressureAt(3729));
+    EXPECT_TRUE(std::isnan(a.verticalSpeed()));
+    a.feed(3730, pressureAt(3730));
+    EXPECT_NEAR(5.0, a.verticalSpeed(), 0.5);
+    // Two readings within one second both count: traces may be logged faster than their clock.
+    double then = a.altitude();
+    a.feed(3730, pressureAt(3790));
+    EXPECT_NEAR(then + 5.0, a.altitude(), 0.5);
+}
+
+TEST(AltimeterTest, WhenAFixDecidesAndWhenAMoveEnds) {
+    // Per second: the pressure altitude (NaN: no reading) and the GNSS altitude (NaN: no fix).
+    using Track = std::function<double(int t)>;
+    struct Case {
+        const char* name;
+        int seconds;
+        Track baro, gnss;
+        Motion motion;  // after the last reading
+    };
+    std::mt19937 random(3);
+    std::normal_distribution<double> noise(0.0, 5.0);
+    const Track flat = [](int) { return 300.0; }, none = [](int) { return NAN; };
+    const Case cases[] = {
+        {"a new fix's first noisy minutes are not a climb", 120, flat,
+         [&](int) { return 300.0 + noise(random); }, Motion::Resting},
+        {"a fix every 30 s tells a thunderstorm's pressure jump from a climb", 400,
+         [](int t) { return t < 200 ? 300.0 : 300.0 - 0.1 * (t - 200); },
+         [](int t) { return t % 30 ? NAN : 300.0; }, Motion::Resting},
+        {"a fix lost for more than 30 s leaves the stairs to the barometer", 400,
+         [](int t) { return t < 200 ? 300.0 : 300.0 + 0.2 * (t - 200); },
+         [](int t) { return t < 200 ? 300.0 : NAN; }, Motion::Moving},
+        {"a climb, then no sign of one for 599 s", 719,
+         [](int t) { return t > 120 && t < 719 ? NAN : 300.0 + t / 6.0; }, none, Motion::Moving},
+        {"a climb, then no sign of one for 600 s", 720,
+         [](int t) { return t > 120 && t < 720 ? NAN : 300.0 + t / 6.0; }, none, Motion::Resting},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        MotionDetector detector;
+        for (int t = 0; t <= c.seconds; ++t)
+            if (!std::isnan(c.baro(t))) detector.update(t, c.baro(t), c.gnss(t));
+        EXPECT_EQ(c.motion, detector.motion());
+    }
 }
 
 class TraceFile : public ::testing::Test {
@@ -206,8 +268,8 @@ TEST_F(TraceFile, ReaderTakesTracesAndNamesTheLineItRefuses) {
     EXPECT_EQ(1000.5, row.hPa);
     EXPECT_EQ(12.0, row.gnssAltitude);
 
-    // Rows across the reader's blocks.
-    std::string big;
+    // Rows across the reader's blocks, after a comment longer than a block.
+    std::string big = "#" + std::string(3 << 20, '-') + "\n";
     for (int i = 0; i < 200000; ++i) big += std::to_string(i) + ",1000.125\n";
     TraceReader large(write(big));
     size_t n = 0;
