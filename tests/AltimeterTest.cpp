@@ -277,6 +277,11 @@ TEST_F(TraceFile, ReaderTakesTracesAndNamesTheLineItRefuses) {
     EXPECT_EQ(200000u, n);
     EXPECT_EQ(199999.0, row.seconds);
     EXPECT_EQ(1000.125, row.hPa);
+
+    // A device never ends and a FIFO would block: neither is read.
+    TraceReader device("/dev/zero");
+    EXPECT_FALSE(device.next(&row));
+    EXPECT_EQ("/dev/zero: not a regular file", device.error());
 }
 
 }  // namespace

@@ -48,6 +48,7 @@ TEST_F(CsvReaderTest, ReadsEveryRowOrNamesTheFirstBadLine) {
     }
     EXPECT_EQ(write("") + ".gone: cannot read (No such file or directory)",
               orvex_host::readCsv(write("") + ".gone", 3, "t,x,y").error);
+    EXPECT_EQ("/dev/zero: not a regular file", orvex_host::readCsv("/dev/zero", 3, "t,x,y").error);
     // A trace is checked before use, for times that go back too.
     for (auto [text, problem] : {std::pair{"# walk\nseconds,hPa\n0,1000\n0,1000.5\n", ""},
                                  {"0,1000\n10,1001\n5,1002\n", ":3: time goes back"}}) {

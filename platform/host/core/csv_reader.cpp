@@ -2,16 +2,23 @@
 
 #include "core/csv_reader.h"
 
+#include <fcntl.h>
 #include <glib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cmath>
 #include <cstring>
-#include <fstream>
+#include <string>
+#include <string_view>
 #include <utility>
 
 namespace orvex_host {
 namespace {
+
+// Traces and tracks of a few days at a second a row stay far below this.
+constexpr off_t kMaxCsvBytes = off_t(64) << 20;
 
 bool isSpace(char c) { return c == ' ' || c == '\t'; }
 
@@ -47,6 +54,41 @@ bool parseRow(const std::string& line, size_t columns, std::vector<double>* out)
     return out->size() == columns;
 }
 
+// The whole of a regular file, read without blocking: a FIFO would hang the reader and a device
+// such as /dev/zero never ends. Empty when it could be read, else why not.
+std::string readRegularFile(const std::string& path, std::string* text) {
+    auto cannotRead = [&](int err) {
+        return path + ": cannot read (" + (err ? strerror(err) : "unknown error") + ")";
+    };
+    int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    if (fd < 0) return cannotRead(errno);
+    std::string problem;
+    struct stat st;
+    if (fstat(fd, &st) != 0) {
+        problem = cannotRead(errno);
+    } else if (!S_ISREG(st.st_mode)) {
+        problem = path + ": not a regular file";
+    } else if (st.st_size > kMaxCsvBytes) {
+        problem = path + ": too large (more than " + std::to_string(kMaxCsvBytes >> 20) + " MiB)";
+    } else {
+        text->resize(static_cast<size_t>(st.st_size));
+        size_t got = 0;
+        while (got < text->size()) {
+            ssize_t n = read(fd, &(*text)[got], text->size() - got);
+            if (n < 0 && errno == EINTR) continue;
+            if (n < 0) {
+                problem = cannotRead(errno);
+                break;
+            }
+            if (n == 0) break;  // shortened since the look
+            got += static_cast<size_t>(n);
+        }
+        text->resize(got);
+    }
+    close(fd);
+    return problem;
+}
+
 }  // namespace
 
 CsvTable readCsv(const std::string& path, size_t columns, const char* rowFormat) {
@@ -56,15 +98,17 @@ CsvTable readCsv(const std::string& path, size_t columns, const char* rowFormat)
 CsvTable readCsv(const std::string& path, size_t columns, const char* rowFormat,
                  const CsvRowCheck& check) {
     CsvTable table;
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        int err = errno;
-        table.error = path + ": cannot read (" + (err ? strerror(err) : "unknown error") + ")";
+    std::string text;
+    if (std::string problem = readRegularFile(path, &text); !problem.empty()) {
+        table.error = problem;
         return table;
     }
     CsvParser parser(path, columns, rowFormat);
-    std::string line;
-    while (std::getline(in, line)) {
+    std::string_view rest(text);
+    while (!rest.empty()) {
+        size_t nl = rest.find('\n');
+        std::string_view line = rest.substr(0, nl);
+        rest.remove_prefix(nl == std::string_view::npos ? rest.size() : nl + 1);
         CsvParser::Result r = parser.line(line);
         if (r == CsvParser::Row && check) {
             std::string problem =
@@ -78,12 +122,7 @@ CsvTable readCsv(const std::string& path, size_t columns, const char* rowFormat,
         }
         if (r == CsvParser::Row) table.rows.push_back(parser.row());
     }
-    if (in.bad()) {
-        table.rows.clear();
-        table.error = path + ": cannot read";
-    } else if (!parser.finish()) {
-        table.error = parser.error();
-    }
+    if (!parser.finish()) table.error = parser.error();
     return table;
 }
 

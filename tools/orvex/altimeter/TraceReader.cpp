@@ -2,6 +2,7 @@
 #include "TraceReader.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,6 +15,8 @@ namespace orvex_altimeter {
 namespace {
 
 constexpr size_t kBlock = 1 << 20;
+// Far beyond any real row or comment; a file of no line breaks ends here instead of in memory.
+constexpr size_t kMaxLine = size_t(64) << 20;
 // What the pressure sensor passes on; anything else is not a reading.
 constexpr double kLowestHpa = 260.0, kHighestHpa = 1260.0;
 const char* const kRowFormat = "expected seconds,hPa[,gnss_alt_m]";
@@ -41,9 +44,14 @@ const char* number(const char* p, const char* end, double* value) {
 
 }  // namespace
 
+// Only a regular file: a FIFO would block and a device such as /dev/zero never ends.
 TraceReader::TraceReader(const std::string& path) : path_(path), buffer_(kBlock) {
-    fd_ = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd_ < 0) fail(std::string("cannot read (") + strerror(errno) + ")");
+    fd_ = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    struct stat st;
+    if (fd_ < 0)
+        fail(std::string("cannot read (") + strerror(errno) + ")");
+    else if (fstat(fd_, &st) != 0 || !S_ISREG(st.st_mode))
+        fail("not a regular file");
 }
 
 TraceReader::~TraceReader() {
@@ -63,7 +71,10 @@ bool TraceReader::fill() {
         end_ -= begin_;
         begin_ = 0;
     }
-    if (end_ == buffer_.size()) buffer_.resize(buffer_.size() * 2);  // a very long line
+    if (end_ == buffer_.size()) {  // a very long line
+        if (buffer_.size() >= kMaxLine) return fail("a line longer than 64 MiB");
+        buffer_.resize(buffer_.size() * 2);
+    }
     ssize_t n;
     do {
         n = read(fd_, buffer_.data() + end_, buffer_.size() - end_);
