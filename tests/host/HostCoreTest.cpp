@@ -75,8 +75,7 @@ TEST_F(HostCoreTest, EnvironmentValuesAreCheckedLikeTheirSetters) {
              {"ORVEX_HOST_SENSOR_TRACE_LOOP", "maybe",
               "ORVEX_HOST_SENSOR_TRACE_LOOP is 'maybe', not 0 or 1"},
              {"ORVEX_HOST_AGENT_TIMEOUT_MS", "0",
-              "ORVEX_HOST_AGENT_TIMEOUT_MS is '0', not a whole number from 1 to "
-              "9223372036854775807"},
+              "ORVEX_HOST_AGENT_TIMEOUT_MS is '0', not a whole number from 1 to 86400000"},
          }) {
         SCOPED_TRACE(value);
         setenv(name, value, 1);

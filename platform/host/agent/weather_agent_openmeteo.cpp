@@ -176,7 +176,9 @@ std::string readAnswer(long status, const std::string& body, long long* time, do
     return why;
 }
 
-Setting<long long> timeoutSetting() { return configInt("agent_timeout_ms", 1, LONG_MAX); }
+// A day: far past any answer worth waiting for, and the same bound on every word size.
+constexpr long long kMaxTimeoutMs = 24LL * 3600 * 1000;
+Setting<long long> timeoutSetting() { return configInt("agent_timeout_ms", 1, kMaxTimeoutMs); }
 [[maybe_unused]] const bool g_timeoutCheck =
     addConfigCheck([] { return timeoutSetting().problem; });
 
@@ -390,6 +392,7 @@ extern "C" int orvex_host_agent_set_ca_file(const char* path) {
 }
 
 extern "C" int orvex_host_agent_set_timeout_ms(long ms) {
+    if (ms > orvex_host::agent::kMaxTimeoutMs) return -EINVAL;
     return orvex_host::saveConfig("agent_timeout_ms",
                                   ms > 0 ? std::to_string(ms).c_str() : nullptr);
 }

@@ -69,7 +69,8 @@ int orvex_host_agent_set_url(const char* base_url);
 const char* orvex_host_agent_url(void);
 /* CA bundle that verifies the server ("agent_ca_file"); NULL: libcurl's, the host's bundle. */
 int orvex_host_agent_set_ca_file(const char* path);
-/* Time-out of one fetch in milliseconds ("agent_timeout_ms", default 10000); <= 0: the default. */
+/* Time-out of one fetch in milliseconds ("agent_timeout_ms", default 10000, at most a day);
+ * <= 0: the default. More than a day is refused with -EINVAL. */
 int orvex_host_agent_set_timeout_ms(long ms);
 /* Fetches under way. */
 int orvex_host_agent_fetches(void);
