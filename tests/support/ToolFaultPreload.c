@@ -7,9 +7,9 @@
 #include <stdlib.h>
 
 __attribute__((constructor)) static void armFault(void) {
-    const char* spec = getenv("ORVEX_TEST_FAIL");
+    const char* fault = getenv("ORVEX_TEST_FAIL");
     char function[128];
     int skip = 0, count = 0, code = 0;
-    if (spec && sscanf(spec, "%127[^:]:%d:%d:%d", function, &skip, &count, &code) == 4)
+    if (fault && sscanf(fault, "%127[^:]:%d:%d:%d", function, &skip, &count, &code) == 4)
         orvex_host_fail_after(function, skip, count, code);
 }
