@@ -10,8 +10,8 @@
 #   package  the Debian packages: debhelper, lintian and everything debian/control builds with
 #   abi      the binary-interface check (abigail's abidw and abidiff)
 #   cross    the armhf cross build and its tests: Debian's cross toolchain, the armhf libraries
-#            (multiarch) and qemu user-mode emulation; cross-arm64 the same for arm64;
-#            cross-sysroot the armhf toolchain and qemu alone, for scripts/cross-sysroot.sh
+#            (multiarch) and qemu user-mode emulation; cross-arm64 the same for arm64
+#   chroot   scripts/chroot.sh's throw-away Debian chroots (mmdebstrap)
 #   format   the formatting check (Debian's clang-format 14)
 set -euo pipefail
 
@@ -43,14 +43,11 @@ for purpose in "$@"; do
             packages+=("$p:$arch")
         done
         ;;
-    cross-sysroot)
-        # The armhf build against scripts/cross-sysroot.sh's directory: no armhf package installed.
-        packages+=(crossbuild-essential-armhf qemu-user pkgconf "${test_packages[@]}")
-        ;;
+    chroot) packages+=(mmdebstrap) ;;
     format) packages+=(clang-format-14) ;;
     *)
         echo "scripts/deps.sh: unknown purpose '$purpose'" \
-             "(test, fuzz, docs, bench, package, abi, cross, cross-arm64, cross-sysroot, format)" >&2
+             "(test, fuzz, docs, bench, package, abi, cross, cross-arm64, chroot, format)" >&2
         exit 2
         ;;
     esac

@@ -17,9 +17,14 @@ version=$(dpkg-parsechangelog -SVersion)
 top=$PWD/build/debian
 rm -rf "$top"
 mkdir -p "$top/orvexlib-$version" build/packages
-git ls-files -z --cached --others --exclude-standard |
-    while IFS= read -r -d '' f; do [ -e "$f" ] && printf '%s\0' "$f"; done |
-    tar -c --null -T - | tar -x -C "$top/orvexlib-$version"
+if git rev-parse --is-inside-work-tree >/dev/null 2>&1; then
+    git ls-files -z --cached --others --exclude-standard |
+        while IFS= read -r -d '' f; do [ -e "$f" ] && printf '%s\0' "$f"; done |
+        tar -c --null -T - | tar -x -C "$top/orvexlib-$version"
+else
+    # A copy of the tree without its history (scripts/chroot.sh's, say).
+    tar -c --exclude=./build --exclude=./.git . | tar -x -C "$top/orvexlib-$version"
+fi
 
 (cd "$top/orvexlib-$version" && dpkg-buildpackage -us -uc -b "$@")
 
