@@ -25,11 +25,9 @@ bash scripts/deps.sh chroot
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-mkdir -p "$work/src/build/packages" "$work/out"
-# The tracked files and the new ones, as package.sh takes them; not build/.
-git ls-files -z --cached --others --exclude-standard |
-    while IFS= read -r -d '' f; do [ -e "$f" ] && printf '%s\0' "$f"; done |
-    tar -c --null -T - | tar -x -C "$work/src"
+mkdir -p "$work/out"
+bash scripts/copy-tree.sh "$work/src"
+mkdir -p "$work/src/build/packages"
 {
     echo 'set -e; cd /src'
     printf 'exec'
@@ -40,7 +38,7 @@ git ls-files -z --cached --others --exclude-standard |
 mirror=${ORVEX_CHROOT_MIRROR:-http://deb.debian.org/debian}
 # Security updates are left out: an index a mirror has not finished syncing for one architecture
 # would break the multiarch installs this chroot is for, and nothing built here is shipped from it.
-mmdebstrap --quiet --variant=buildd --architectures="$arches" --include=ca-certificates,git,sudo \
+mmdebstrap --quiet --variant=buildd --architectures="$arches" --include=ca-certificates \
     --customize-hook="copy-in $work/src $work/orvex-chroot-command /" \
     --customize-hook='chroot "$1" bash /orvex-chroot-command' \
     --customize-hook="sync-out /src/build/packages $work/out" \

@@ -16,15 +16,8 @@ bash scripts/deps.sh package
 version=$(dpkg-parsechangelog -SVersion)
 top=$PWD/build/debian
 rm -rf "$top"
-mkdir -p "$top/orvexlib-$version" build/packages
-if git rev-parse --is-inside-work-tree >/dev/null 2>&1; then
-    git ls-files -z --cached --others --exclude-standard |
-        while IFS= read -r -d '' f; do [ -e "$f" ] && printf '%s\0' "$f"; done |
-        tar -c --null -T - | tar -x -C "$top/orvexlib-$version"
-else
-    # A copy of the tree without its history (scripts/chroot.sh's, say).
-    tar -c --exclude=./build --exclude=./.git . | tar -x -C "$top/orvexlib-$version"
-fi
+mkdir -p build/packages
+bash scripts/copy-tree.sh "$top/orvexlib-$version"
 
 (cd "$top/orvexlib-$version" && dpkg-buildpackage -us -uc -b "$@")
 
