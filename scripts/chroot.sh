@@ -6,7 +6,7 @@
 # foreign libraries (its packages newer than a mirror's foreign index, say). Packages the command
 # leaves in build/packages/ are copied back to build/packages/.
 # Usage: scripts/chroot.sh [-a ARCH]... COMMAND [ARG...]    (run as root; the command runs in /src)
-#   scripts/chroot.sh -a armhf bash -c 'scripts/deps.sh cross && ctest ...'
+#   scripts/chroot.sh -a armhf bash scripts/cross-check.sh armhf    (CI's armhf job)
 # ORVEX_CHROOT_MIRROR replaces the Debian mirror (default http://deb.debian.org/debian).
 set -euo pipefail
 cd "$(dirname "$0")/.."
